@@ -1,0 +1,144 @@
+#include "base/FuncLog.h"
+
+#include <errno.h>
+#include <time.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+QXNetLogSink g_fLogCallBack = nullptr;
+unsigned int g_fLogLevel = 0x0FFFFFFF;
+
+namespace {
+CFCLog s_theLog;
+
+// Wakes the idle writer early only when it is being stopped, so that stopping does not
+// wait out the 1000 ms idle sleep; queued lines do not wake it (they wait for a callback
+// until the writer's next regular wake-up).
+pthread_mutex_t s_wakeMutex = PTHREAD_MUTEX_INITIALIZER;
+pthread_cond_t s_wakeCond = PTHREAD_COND_INITIALIZER;
+}  // namespace
+
+CFCLog::CFCLog() : m_thread(), m_bHasThread(false), m_bRunning(false) {}
+
+CFCLog::~CFCLog() {
+  Stop();
+  CAutoLocker guard(m_queueLock);
+  m_queue.clear();
+}
+
+bool CFCLog::IsRunning() const { return m_bRunning; }
+
+int CFCLog::Start() {
+  if (m_bRunning) return -1;
+  m_bRunning = true;
+  int rc = pthread_create(&m_thread, nullptr, LogThreadProc, this);
+  if (rc != 0) {
+    m_bRunning = false;
+    return rc;
+  }
+  m_bHasThread = true;
+  return 0;
+}
+
+void CFCLog::Stop() {
+  if (!m_bHasThread) return;
+  pthread_mutex_lock(&s_wakeMutex);
+  m_bRunning = false;
+  pthread_cond_broadcast(&s_wakeCond);
+  pthread_mutex_unlock(&s_wakeMutex);
+  pthread_join(m_thread, nullptr);
+  m_bHasThread = false;
+}
+
+int CFCLog::BuildLine(char* line, const char* format, va_list args) {
+  std::memset(line, 0, QXNET_LOG_LINE_SIZE);
+  time_t now = time(nullptr);
+  struct tm lt;
+  if (!localtime_r(&now, &lt)) return -100;
+  int p = std::snprintf(line, QXNET_LOG_LINE_SIZE, "QXNetSDK:%02u-%02u,%02u:%02u:%02u,",
+                        static_cast<unsigned>(lt.tm_mon + 1), static_cast<unsigned>(lt.tm_mday),
+                        static_cast<unsigned>(lt.tm_hour), static_cast<unsigned>(lt.tm_min),
+                        static_cast<unsigned>(lt.tm_sec));
+  if (p < 0) p = 0;
+  // Room for 4095 - p message characters, so that the whole line with its terminating
+  // zero fills the 4096 bytes when the message is too long.
+  int m = std::vsnprintf(line + p, static_cast<size_t>(QXNET_LOG_LINE_SIZE - p), format, args);
+  if (m < 1 || m + 3 >= QXNET_LOG_LINE_SIZE - 1 - p) {
+    line[QXNET_LOG_LINE_SIZE - 1] = 0;
+    return 0;
+  }
+  if (line[p + m - 1] != '\n') {
+    line[p + m] = '\r';
+    line[p + m + 1] = '\n';
+    line[p + m + 2] = 0;
+  }
+  return 0;
+}
+
+int CFCLog::Out(unsigned int level, const char* format, va_list args) {
+  if (((g_fLogLevel >> (level % 32)) & 1u) == 0 || !m_bRunning) return 0;
+  char line[QXNET_LOG_LINE_SIZE];
+  if (BuildLine(line, format, args) != 0) return -100;
+  QXNetLogSink cb = g_fLogCallBack;
+  if (cb) {
+    cb(level, line);
+    return 1;
+  }
+  CAutoLocker guard(m_queueLock);
+  m_queue.push_back(LogParam{level, std::string(line)});
+  return 1;
+}
+
+int CFCLog::Run() {
+  while (m_bRunning) {
+    bool empty;
+    {
+      CAutoLocker guard(m_queueLock);
+      empty = m_queue.empty();
+    }
+    if (empty) {
+      pthread_mutex_lock(&s_wakeMutex);
+      if (m_bRunning) {
+        struct timespec deadline;
+        clock_gettime(CLOCK_REALTIME, &deadline);
+        deadline.tv_sec += 1;
+        while (m_bRunning) {
+          int rc = pthread_cond_timedwait(&s_wakeCond, &s_wakeMutex, &deadline);
+          if (rc == ETIMEDOUT) break;
+        }
+      }
+      pthread_mutex_unlock(&s_wakeMutex);
+      continue;
+    }
+    std::vector<LogParam> taken;
+    {
+      CAutoLocker guard(m_queueLock);
+      taken.swap(m_queue);
+    }
+    for (const LogParam& rec : taken) {
+      if (!m_bRunning) break;
+      QXNetLogSink cb = g_fLogCallBack;
+      if (cb) cb(rec.level, rec.text.c_str());
+    }
+  }
+  return 0;
+}
+
+int fLogStart() { return s_theLog.Start(); }
+
+void fLogStop() { s_theLog.Stop(); }
+
+void* LogThreadProc(void* log) {
+  if (log) static_cast<CFCLog*>(log)->Run();
+  return nullptr;
+}
+
+int fLog(unsigned int level, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  int rc = s_theLog.Out(level, format, args);
+  va_end(args);
+  return rc;
+}

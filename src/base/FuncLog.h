@@ -1,0 +1,61 @@
+// Log sink of the library: time-stamped lines delivered to the application's log
+// callback, directly when one is set, else queued for the writer thread.
+#ifndef QXNET_BASE_FUNCLOG_H
+#define QXNET_BASE_FUNCLOG_H
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdarg>
+
+#include <string>
+#include <vector>
+
+#include "base/Locker.h"
+
+typedef void (*QXNetLogSink)(unsigned int level, const char* line);
+
+// Process-wide log settings; they outlive QXNet_Free.
+extern QXNetLogSink g_fLogCallBack;
+extern unsigned int g_fLogLevel;
+
+struct LogParam {
+  unsigned int level;
+  std::string text;
+};
+
+class CFCLog {
+ public:
+  CFCLog();
+  virtual ~CFCLog();
+
+  int Start();
+  void Stop();
+  // Builds and delivers one line; 0 filtered out, 1 delivered or queued,
+  // -100 local time unreadable.
+  int Out(unsigned int level, const char* format, va_list args);
+  int Run();
+  bool IsRunning() const;
+
+  // Line building without delivery (exposed for tests): fills `line` (4096 bytes).
+  static int BuildLine(char* line, const char* format, va_list args);
+
+ private:
+  CFCLog(const CFCLog&) = delete;
+  CFCLog& operator=(const CFCLog&) = delete;
+
+  pthread_t m_thread;
+  bool m_bHasThread;
+  std::vector<LogParam> m_queue;
+  CLocker m_queueLock;
+  std::atomic<bool> m_bRunning;
+};
+
+enum { QXNET_LOG_LINE_SIZE = 4096 };
+
+int fLogStart();
+void fLogStop();
+void* LogThreadProc(void* log);
+int fLog(unsigned int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+#endif

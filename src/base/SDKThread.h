@@ -1,0 +1,17 @@
+// Thread, sleep and tick helpers on POSIX.
+#ifndef QXNET_BASE_SDKTHREAD_H
+#define QXNET_BASE_SDKTHREAD_H
+
+#include <cstdint>
+
+// Starts a detached thread running entry(arg); 0, or -1 when it cannot be created.
+int _SDK_ThreadSpawn(void (*entry)(void*), unsigned int stackSize, void* arg);
+// Sleeps `ms` milliseconds; 0.
+int _SDK_Sleep(unsigned int ms);
+// Milliseconds of the monotonic clock, truncated to 32 bits: compare with unsigned
+// subtraction (now - then) so that the wrap after 49.7 days is harmless.
+uint32_t GetTickCount();
+// Whole seconds of the wall clock, truncated to 32 bits.
+int32_t _time32(int32_t* out);
+
+#endif

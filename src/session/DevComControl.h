@@ -1,0 +1,221 @@
+// One logged-in device: its TCP connection and framing, connection and authentication,
+// heartbeat, reconnection, worker thread, incoming-message dispatch, and the device
+// operations that ride on the session. The class is split into files by concern:
+//   DevComSocket.cpp    framing, socket waits, send queue
+//   DevComSession.cpp   construction, login/logout, connect, authentication, worker loop
+//   DevComDispatch.cpp  incoming-message routing
+//   DevComRequests.cpp  configuration, control and auxiliary requests
+//   DevComUpload.cpp    firmware and configuration-file upload
+//   DevComDownload.cpp  configuration-file download and the port-answer machinery
+//   DevComRecord.cpp    recorder search, replay and download control
+#ifndef QXNET_SESSION_DEVCOMCONTROL_H
+#define QXNET_SESSION_DEVCOMCONTROL_H
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <cwchar>
+#include <list>
+#include <string>
+
+#include "QXNetSDK.h"
+
+class CNetSDKFunc;
+class CFileRecver;
+
+// One queued outgoing message; the queue owns `data` (allocated with new[]).
+struct NetSDKSendData_t {
+  uint32_t length;
+  char* data;
+};
+
+enum {
+  NETSDK_DEV_STATUS_NONE = 0,
+  NETSDK_DEV_STATUS_CONNECTED = 1,
+  NETSDK_DEV_STATUS_SEND_AUTHMSG = 2,
+  NETSDK_DEV_STATUS_AUTHENTICATED = 3,
+};
+
+enum {
+  QXNET_FRAME_FLAG = 0x20180307u,
+  QXNET_FRAME_FLAG_ALT = 0x70308102u,
+  QXNET_RECV_BUF_SIZE = 0x300000,
+  QXNET_WORK_BUF_SIZE = 512000,
+  QXNET_MAX_FRAME_LEN = 0xF00000,
+  QXNET_REQUEST_BUF_SIZE = 0x40000,
+  QXNET_UPLOAD_CHUNK = 0x28000,
+};
+
+class CDevComControl {
+ public:
+  explicit CDevComControl(CNetSDKFunc* owner);
+  ~CDevComControl();
+
+  // ---- lifecycle (DevComSession.cpp)
+  int InitDevCom();
+  int LoginDev(const char* ip, unsigned int port, const char* user, const char* password,
+               unsigned int unused);
+  int LogoutDev();
+  int Connect();
+  int SendAuthMsgToDev();
+  int SendHeartbeatMsgToDev();
+  int OnAuthMsgRsp(const char* result);
+  static void ThreadFunc(void* self);
+  int ThreadProc();
+  // Lets the owner stop many sessions at once before waiting for each.
+  void RequestStop() { m_bThreadRun = false; }
+
+  // ---- framing and socket I/O (DevComSocket.cpp)
+  int SendData(const char* data, unsigned int length);
+  int ReceiveData();
+  int SocketCanRead(int sock, int timeoutMs);
+  int SocketCanWrite(int sock, int timeoutMs);
+  int WaitForSock(int mode, int sock, uint32_t startTick, uint32_t timeoutMs);
+  int SleepThread(int durationMs, int stepMs);
+  int CloseSocktFd();
+  void PutToSendData(NetSDKSendData_t item);
+  // Takes the head of the send queue and sends it once (a turn of the worker loop).
+  void SendOneQueued();
+  int QueuedCount();
+
+  // ---- dispatch (DevComDispatch.cpp)
+  void ParserRecvData();
+  int OnAuthMsgRsp(const char* cmd, const char* result);
+  void OnAlmMsgRsp(const char* code, const char* body);
+  void OnHeartbeatMsgRsp(const char* cmd, const char* result);
+  // Dispatches a payload of `length` bytes as if it had just been received (tests and
+  // the receiver share this path).
+  void DispatchPayload(const char* payload, uint32_t length);
+
+  // ---- configuration, control and auxiliary requests (DevComRequests.cpp)
+  int WriteAUXStringEx(const char* type, unsigned long cmd, unsigned long result, const char* body);
+  int GetDVRConfig(unsigned long cmd, long channel, void* buf, unsigned long size);
+  int SetDVRConfig(unsigned long cmd, long channel, void* buf, unsigned long size);
+  int SystemControl(unsigned long cmd, unsigned long result, const char* body);
+  int PtzControl(const char* xml);
+  int GetUserData(char* buf, int* len);
+  int SetUserData(char* data, int len);
+  void OnSysControlMsgRsp(const char* code, const char* flag, const char* body);
+
+  // ---- upload (DevComUpload.cpp)
+  int UploadFile(unsigned int fileType, const char* path);
+  int UploadFileEx(unsigned int fileType, const wchar_t* path);
+  int SetConfigFile(const char* path);
+  int GetUploadProgress();
+  int GetUploadState();
+  int CloseUploadHandle();
+  int SendUploadFileData();
+  bool UploadDue() const;
+
+  // ---- configuration-file download (DevComDownload.cpp)
+  int GetConfigFile(const char* path);
+  int CheckRetryReqDownload();
+  int OnStopDownloadFile(int error, const std::string& text);
+
+  // ---- recorder (DevComRecord.cpp)
+  int SearchNVRRecByTime(unsigned int channel, const char* time);
+  int SearchNvrRecByMonth(long channel, const char* date);
+  int NVRReplayByTime(unsigned int channel, const char* time);
+  int ControlNVRReplay(unsigned int channel, unsigned int action, unsigned int speed, const char* time);
+  int NVRRecordDownload(long channel, const char* start, const char* end, const char* path);
+  int NVRRecordDownloadStop(long channel);
+
+  // ---- read-only views for the owner and tests
+  const char* DevAddr() const { return m_szDevAddr; }
+  int DevStatus() const { return m_nDevStatus.load(); }
+  int SockFd() const { return m_iSockFd.load(); }
+  bool ThreadExited() const { return m_bThreadExited.load(); }
+  bool SerialStarted() const { return m_bSerialStarted.load(); }
+  int FrontReplay() const { return m_nFrontReplay.load(); }
+  uint32_t FailCount() const { return m_nFailCount.load(); }
+  const std::string& DevKey() const { return m_strDevKey; }
+  char* RecvBuf() { return m_pRecvBuf; }
+
+ private:
+  CDevComControl(const CDevComControl&) = delete;
+  CDevComControl& operator=(const CDevComControl&) = delete;
+
+  // Closes the socket with its status event (shared by every close path).
+  void CloseSocketWithEvent();
+  void PostStatus(int event, const char* text);
+  void PostAux(const char* cmd, const char* result, const char* body);
+  void ClearTransferState();
+  int StartUpload(const char* tag, unsigned int fileType, int kind, const char* path,
+                  const wchar_t* widePath);
+  void OnUploadAnswer(const char* code, const char* flag);
+  void FailUpload(const char* text);
+  int SendUploadChunk(const char* data, int length, int dataLength, int cmd);
+  const char* UploadPathForLog() const;
+  void OnDownloadLengthAnswer();
+  void OnDownloadDataAnswer();
+  void OnDownloadPortAnswer(const char* flag, const char* body);
+
+  // Device address first, as in the object layout: "Dev" of every log line.
+  char m_szDevAddr[32];
+  char m_szUser[32];
+  char m_szPassword[32];
+  uint32_t m_nPort;
+  std::atomic<int> m_nDevStatus;
+  std::atomic<bool> m_bThreadRun;
+  CNetSDKFunc* m_pOwner;
+  std::atomic<bool> m_bThreadExited;
+  std::atomic<uint32_t> m_nFailCount;
+  uint32_t m_nLastAuthTick;
+  int32_t m_nLastHeartbeat;
+  std::string m_strDevKey;
+  std::atomic<int> m_iSockFd;
+  int m_nChannel;
+  char* m_pRecvBuf;
+  char* m_pWorkBuf;
+  // Length of the frame now in the receive buffer (what the dispatcher and the
+  // download handlers may read).
+  uint32_t m_nRecvLen;
+
+  // Send queue.
+  pthread_mutex_t m_sendLock;
+  std::list<NetSDKSendData_t> m_sendList;
+  int m_nSendCount;
+  // Second mutex of the device operations.
+  pthread_mutex_t m_opLock;
+
+  // System-control flags.
+  std::atomic<bool> m_bSerialStarted;
+  std::atomic<int> m_nFrontReplay;
+
+  // Transfer state (upload and file download share it).
+  char m_szFilePath[512];
+  wchar_t m_wszFilePath[512];
+  std::atomic<int> m_nUploading;
+  std::atomic<int> m_nIdle;
+  std::atomic<int> m_nSending;
+  int32_t m_nFileType;
+  int32_t m_nFileLength;
+  std::atomic<int32_t> m_nBytesSent;
+  int32_t m_nUploadKind;
+  uint32_t m_nStartTick1, m_nStartTick2, m_nAcceptTick, m_nLastTransferTick;
+  FILE* m_pUploadFile;
+
+  // Configuration-file download.
+  char m_szDownloadFileName[1024];
+  CFileRecver* m_pFileRecver;
+  const char* m_pCurMsg;
+  // Port-answer machinery.
+  int m_nTransferFlag;
+  uint16_t m_nTransferPort;
+  uint32_t m_nTransferLength;
+  uint32_t m_nTransferStartTick;
+  uint32_t m_nLastRetryTick;
+  int m_nRetryState;
+  uint32_t m_nBytesReceived;
+  FILE* m_pTempFile;
+  std::string m_strTempFileName;
+  std::string m_strRemoteFileName;
+
+  // Recorder state.
+  int32_t m_nCurChannel;
+  int32_t m_nReplayMode;
+};
+
+#endif

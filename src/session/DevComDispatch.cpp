@@ -1,0 +1,111 @@
+// Routing of every received frame by envelope type and command.
+#include <cstdlib>
+#include <cstring>
+
+#include "base/FuncLog.h"
+#include "base/SDKLog.h"
+#include "sdk/NetSDKFunc.h"
+#include "session/DevComControl.h"
+#include "xml/xmlutil.h"
+
+namespace {
+// Owns a body taken with GetMessageBody (freed with delete[]).
+struct BodyHolder {
+  char* p = nullptr;
+  ~BodyHolder() { delete[] p; }
+  bool Take(const char* msg) { return GetMessageBody(msg, &p) == 0 && p; }
+  const char* OrEmpty() const { return p ? p : ""; }
+};
+}  // namespace
+
+void CDevComControl::PostAux(const char* cmd, const char* result, const char* body) {
+  if (m_pOwner)
+    m_pOwner->OnPostAuxRspMsg(this, static_cast<unsigned int>(std::atol(cmd)),
+                              static_cast<int>(std::atol(result)), body);
+}
+
+void CDevComControl::DispatchPayload(const char* payload, uint32_t length) {
+  if (!m_pRecvBuf || length > QXNET_RECV_BUF_SIZE - 4) return;
+  std::memset(m_pRecvBuf, 0, length + 4);
+  std::memcpy(m_pRecvBuf, payload, length);
+  m_nRecvLen = length;
+  ParserRecvData();
+}
+
+void CDevComControl::ParserRecvData() {
+  if (!m_pRecvBuf) {
+    fLog(0, "[ParserRecvData] parser receive data error, m_pRecvBuf is null \n");
+    return;
+  }
+  const char* msg = m_pRecvBuf;
+  char type[256], cmd[256], result[256];
+  type[0] = cmd[0] = result[0] = 0;
+  int rc = GetMessageHeader(msg, type, sizeof(type), cmd, sizeof(cmd), result, sizeof(result));
+  // Media comes many times a second and is never logged here.
+  if (std::strcmp(type, "90000") != 0)
+    mlogLevel(3, "-----szMsgType = %s,szMsgCode = %s,m_pRecvBuf = %s dev=%s \n", type, cmd, msg, m_szDevAddr);
+  if (rc < 0) {
+    fLog(3, "[ParserRecvData] dev=%s get message header failed, ret=%d, xml=%s \n", m_szDevAddr, rc, msg);
+    return;
+  }
+  m_pCurMsg = msg;
+  BodyHolder body;
+
+  if (std::strcmp(type, "30000") == 0) {
+    if (std::strcmp(cmd, "35003") == 0) {
+      char status[256];
+      std::memset(status, 0, sizeof(status));
+      if (GetNVRIPCStatus(msg, status, sizeof(status)) == 0) PostStatus(QXNET_EV_IPC_STATUS, status);
+      m_nFailCount = 0;
+    } else {
+      body.Take(msg);
+      PostStatus(QXNET_EV_MESSAGE, const_cast<char*>(body.OrEmpty()));
+    }
+  } else if (std::strcmp(type, "20000") == 0) {
+    fLog(0, "recv dev=%s SYSTEM_CONTROL_MESSAGE xml=%s \n", m_szDevAddr, msg);
+    long code = std::atol(cmd);
+    long flag = std::atol(result);
+    if (body.Take(msg)) {
+      fLog(3, "[ParserRecvData] Get system control message=\n%s \n", body.p);
+      bool post = code != 20001 && code != 14023;
+      if (code == 20001 && flag < 0) post = true;
+      if (post) PostAux(cmd, result, body.p);
+      OnSysControlMsgRsp(cmd, result, body.p);
+    } else if (code == 20002 && flag < 0) {
+      PostAux(cmd, result, nullptr);
+    } else {
+      OnSysControlMsgRsp(cmd, result, "");
+    }
+  } else if (std::strcmp(type, "10000") == 0 && std::strcmp(cmd, "14012") == 0) {
+    fLog(3, "recv dev=%s USER_AUTH_MESSAGE 2 xml=%s \n", m_szDevAddr, msg);
+    OnAuthMsgRsp(result);
+  } else if (std::strcmp(type, "90000") == 0) {
+    // Media packs and replay parameters belong to the recorder operations, which this
+    // build does not have yet: dropped.
+    fLog(3, "[ParserRecvData] dev=%s media message cmd=%s dropped \n", m_szDevAddr, cmd);
+  } else if (std::strcmp(type, "40000") == 0 || std::strcmp(type, "10000") == 0) {
+    fLog(0, "recv dev=%s SYSTEM_CONFIG_GET_MESSAGE xml=%s\n", m_szDevAddr, msg);
+    body.Take(msg);
+    PostAux(cmd, result, body.OrEmpty());
+  } else {
+    body.Take(msg);
+    PostAux(cmd, result, body.OrEmpty());
+    fLog(1, "recv unknow xml=%s \n", msg);
+  }
+  m_pCurMsg = nullptr;
+}
+
+int CDevComControl::OnAuthMsgRsp(const char* cmd, const char* result) {
+  if (!cmd || std::strcmp(cmd, "14012") != 0) return 0;
+  return OnAuthMsgRsp(result);
+}
+
+void CDevComControl::OnAlmMsgRsp(const char* code, const char* /*body*/) {
+  if (!code || std::strcmp(code, "CMD_REPORT_ALARM") != 0) return;
+  ALARM_ITEM* items = nullptr;
+  int n = GetAlarmList(m_pRecvBuf, &items);
+  for (int i = 0; i < n; ++i) PostStatus(QXNET_EV_ALARM, reinterpret_cast<char*>(&items[i]));
+  delete[] items;
+}
+
+void CDevComControl::OnHeartbeatMsgRsp(const char*, const char*) {}

@@ -1,0 +1,288 @@
+// Framing and socket I/O of a session: the sender, the receiver with its header search,
+// the readiness waits, the socket close and the send queue.
+#include <errno.h>
+#include <sys/socket.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "base/FuncLog.h"
+#include "base/SDKSocket.h"
+#include "base/SDKThread.h"
+#include "sdk/NetSDKFunc.h"
+#include "session/DevComControl.h"
+#include "session/FrameHeaderSearch.h"
+
+namespace {
+const int kProbeMs = 500;
+const uint32_t kSendDeadlineMs = 5000;
+const uint32_t kRecvDeadlineMs = 3000;  // gives up once more than 2999 ms have passed
+
+// Largest payload that fits the receive buffer with the four zero bytes behind it that
+// the parsers rely on.
+const uint32_t kMaxBufferedPayload = QXNET_RECV_BUF_SIZE - 4;
+
+long SendNoWait(int sock, const char* data, unsigned long len) {
+  long n;
+  do {
+    n = send(sock, data, len, MSG_NOSIGNAL | MSG_DONTWAIT);
+  } while (n < 0 && errno == EINTR);
+  return n;
+}
+}  // namespace
+
+int CDevComControl::SocketCanRead(int sock, int timeoutMs) { return PollSocket(sock, false, timeoutMs); }
+
+int CDevComControl::SocketCanWrite(int sock, int timeoutMs) {
+  int r = PollSocket(sock, true, timeoutMs);
+  if (r < 0)
+    fLog(0, "SocketCanWrite failed, recvcount=%d, err=%d \n ", r, errno);
+  else if (r == 0)
+    fLog(0, "SocketCanWrite timeout, recvcount=%d, err=%d \n ", r, errno);
+  return r;
+}
+
+int CDevComControl::WaitForSock(int mode, int sock, uint32_t startTick, uint32_t timeoutMs) {
+  for (;;) {
+    if (!m_bThreadRun) {
+      fLog(0, "[WaitForSock] m_bThreadRun == false \n");
+      return 0;
+    }
+    int r = mode == 0 ? SocketCanRead(sock, kProbeMs) : SocketCanWrite(sock, kProbeMs);
+    if (r != 0) return r;
+    if (timeoutMs != 0xFFFFFFFFu && GetTickCount() - startTick >= timeoutMs) return 0;
+  }
+}
+
+int CDevComControl::SleepThread(int durationMs, int stepMs) {
+  if (!m_bThreadRun) return -1;
+  int step = stepMs > 10 ? stepMs : 10;
+  uint32_t start = GetTickCount();
+  for (;;) {
+    if (!m_bThreadRun) return -1;
+    if (GetTickCount() - start > static_cast<uint32_t>(durationMs)) return 0;
+    _SDK_Sleep(static_cast<unsigned int>(step));
+  }
+}
+
+int CDevComControl::SendData(const char* data, unsigned int length) {
+  int sock = m_iSockFd;
+  if (sock < 0) {
+    fLog(0, "[CDevComControl::SendData] m_iSockFd < 0 failed, m_iSockFd = %d \n", sock);
+    return -1;
+  }
+  int r = WaitForSock(1, sock, GetTickCount(), kSendDeadlineMs);
+  if (r <= 0) {
+    fLog(0, "[CDevComControl::SendData] SocketCanWrite1 failed, err = %d, m_iSockFd=%d \n", r, sock);
+    return -2;
+  }
+  uint8_t flag[4] = {0x07, 0x03, 0x18, 0x20};
+  long n = SendNoWait(sock, reinterpret_cast<const char*>(flag), 4);
+  if (n != 4) {
+    fLog(0, "[CDevComControl::SendData] m_iSockFd=%d, send flag failed, nSend = %ld \n", sock, n);
+    return -3;
+  }
+  r = WaitForSock(1, sock, GetTickCount(), kSendDeadlineMs);
+  if (r <= 0) {
+    fLog(0, "[CDevComControl::SendData] SocketCanWrite2 failed, err = %d \n", r);
+    return -4;
+  }
+  uint8_t len[4] = {static_cast<uint8_t>(length), static_cast<uint8_t>(length >> 8),
+                    static_cast<uint8_t>(length >> 16), static_cast<uint8_t>(length >> 24)};
+  n = SendNoWait(sock, reinterpret_cast<const char*>(len), 4);
+  if (n != 4) {
+    fLog(0, "[CDevComControl::SendData] send data len failed, nSend = %ld \n", n);
+    return -5;
+  }
+  // One deadline for the whole payload, never renewed. Once it has passed, nothing more
+  // is sent and the routine waits for the session to stop: callers see a short count.
+  uint32_t start = GetTickCount();
+  unsigned int sent = 0;
+  while (sent < length && m_bThreadRun) {
+    if (GetTickCount() - start >= kSendDeadlineMs) {
+      while (sent < length && m_bThreadRun) _SDK_Sleep(10);
+      break;
+    }
+    int w = SocketCanWrite(sock, kProbeMs);
+    if (w < 0) {
+      fLog(0, "[CDevComControl::SendData] SocketCanWrite3 failed, err = %d \n", w);
+      return w;
+    }
+    if (w == 0) continue;
+    n = SendNoWait(sock, data + sent, length - sent);
+    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) continue;  // raced with the buffer
+    if (n < 1) break;
+    sent += static_cast<unsigned int>(n);
+  }
+  return static_cast<int>(sent);
+}
+
+namespace {
+struct SkipLogCtx {
+  const char* dev;
+  int channel;
+};
+
+void LogSkip(void* p, uint32_t flag, int skipped) {
+  SkipLogCtx* c = static_cast<SkipLogCtx*>(p);
+  fLog(3, "[ReceiveData] Dev=%s, CH[%d], flag[0x%x], recv pack skip data, size=%d\n", c->dev, c->channel,
+       flag, skipped);
+}
+}  // namespace
+
+int CDevComControl::ReceiveData() {
+  int sock = m_iSockFd;
+  if (sock < 0) {
+    fLog(0, "[ReceiveData]: m_iSockFd=%d \n", sock);
+    return -1;
+  }
+  if (!m_pRecvBuf) {
+    fLog(0, "[ReceiveData] m_pRecvBuf is null, new memory failed \n");
+    return -1;
+  }
+  uint32_t start = GetTickCount();
+  int st = WaitForSock(0, sock, start, kRecvDeadlineMs);
+  if (st <= 0) {
+    fLog(0, "[ReceiveData]: WaitForSock1 failed socketstatus=%d \n", st);
+    return st;
+  }
+
+  CFrameHeaderSearch search;
+  SkipLogCtx ctx = {m_szDevAddr, m_nChannel};
+  for (;;) {
+    if (!m_bThreadRun) {
+      // A stop during the search leaves through the bad-length exit.
+      fLog(0, "[ReceiveData] Dev=%s, CH[%d], recv bad len=%d \n", m_szDevAddr, m_nChannel, 0);
+      return -4;
+    }
+    uint8_t bytes[8];
+    int got = 0;
+    while (got < 8) {
+      st = WaitForSock(0, sock, start, kRecvDeadlineMs);
+      if (st <= 0) {
+        fLog(0, "[ReceiveData]: WaitForSock2 failed socketstatus=%d \n", st);
+        return st;
+      }
+      long n = SocketRecv(sock, bytes + got, static_cast<unsigned long>(8 - got));
+      if (n < 1) {
+        fLog(0, "[ReceiveData] Dev[%s] recv flag failed, ret=%ld\n", m_szDevAddr, n);
+        return QXNET_SOCKET_BROKEN;
+      }
+      got += static_cast<int>(n);
+    }
+    if (search.Feed(bytes, LogSkip, &ctx) == CFrameHeaderSearch::kFound) break;
+  }
+
+  if (search.SkippedInPasses() > 0)
+    fLog(2, "[ReceiveData] Dev=%s, CH[%d], recv pack skip data, size=%d\n", m_szDevAddr, m_nChannel,
+         search.SkippedInPasses());
+
+  uint32_t length = search.Length();
+  int prefix = search.PayloadPrefixLength();
+  int remaining = static_cast<int>(length - static_cast<uint32_t>(prefix));
+  if (remaining < 1) {
+    fLog(0, "[ReceiveData] Dev=%s, CH[%d], recv bad len=%d \n", m_szDevAddr, m_nChannel, remaining);
+    return -4;
+  }
+  if (remaining > QXNET_MAX_FRAME_LEN) {
+    fLog(0, "[ReceiveData] Dev=%s, CH[%d], recv_with_header() recv bad len=%d \n", m_szDevAddr, m_nChannel,
+         remaining);
+    return -5;
+  }
+
+  uint32_t deadlineStart = GetTickCount();
+  if (length > kMaxBufferedPayload) {
+    // Passes the length test but not the 3 MiB receive buffer: the frame is read and
+    // dropped, so the stream stays in step and nothing is written past the buffer.
+    fLog(0, "[ReceiveData] Dev=%s, CH[%d], recv len=%d exceeds the receive buffer, frame dropped \n",
+         m_szDevAddr, m_nChannel, remaining);
+    char sink[16384];
+    while (remaining > 0 && m_bThreadRun) {
+      st = WaitForSock(0, sock, deadlineStart, kRecvDeadlineMs);
+      if (st <= 0) {
+        fLog(0, "[ReceiveData]: CH=%d, WaitForSock3 failed socketstatus=%d \n", m_nChannel, st);
+        return st;
+      }
+      long n = SocketRecv(sock, sink, static_cast<unsigned long>(remaining < 16384 ? remaining : 16384));
+      if (n < 1) {
+        fLog(0, "%s recv_with_header() recv data error, ret=%ld \n", m_szDevAddr, n);
+        return QXNET_SOCKET_BROKEN;
+      }
+      remaining -= static_cast<int>(n);
+    }
+    return -6;
+  }
+  fLog(3, "[ReceiveData] Dev=%s, CH[%d], recv len=%d \n", m_szDevAddr, m_nChannel, remaining);
+
+  // Cleared as far as the frame reaches (payload and the four bytes behind it): the
+  // payload carries no terminating zero and the parsers read it as text.
+  std::memset(m_pRecvBuf, 0, length + 4);
+  std::memcpy(m_pRecvBuf, search.PayloadPrefix(), static_cast<size_t>(prefix));
+  uint32_t have = static_cast<uint32_t>(prefix);
+  while (have < length && m_bThreadRun) {
+    st = WaitForSock(0, sock, deadlineStart, kRecvDeadlineMs);
+    if (st <= 0) {
+      fLog(0, "[ReceiveData]: CH=%d, WaitForSock3 failed socketstatus=%d \n", m_nChannel, st);
+      return st;
+    }
+    long n = SocketRecv(sock, m_pRecvBuf + have, length - have);
+    if (n < 1) {
+      fLog(0, "%s recv_with_header() recv data error, ret=%ld \n", m_szDevAddr, n);
+      return QXNET_SOCKET_BROKEN;
+    }
+    have += static_cast<uint32_t>(n);
+  }
+  m_nRecvLen = have;
+  ParserRecvData();
+  return 0;
+}
+
+void CDevComControl::PostStatus(int event, const char* text) {
+  if (m_pOwner) m_pOwner->OnPostDevStatusMsg(this, event, const_cast<char*>(text));
+}
+
+void CDevComControl::CloseSocketWithEvent() {
+  int sock = m_iSockFd.exchange(-1);
+  if (sock == -1) return;
+  fLog(0, "[CloseSocktFd] close socket fd=%d \n", sock);
+  CloseSocket(sock);
+  char text[128];
+  std::snprintf(text, sizeof(text), "device[%s]  socket error, fd=%d \n", m_szDevAddr, sock);
+  PostStatus(QXNET_EV_SOCKET_ERROR, text);
+  m_nDevStatus = NETSDK_DEV_STATUS_NONE;
+  m_nFailCount = 0;
+}
+
+int CDevComControl::CloseSocktFd() {
+  CloseSocketWithEvent();
+  return 0;
+}
+
+void CDevComControl::PutToSendData(NetSDKSendData_t item) {
+  CMutexGuard guard(&m_sendLock);
+  m_sendList.push_back(item);
+  ++m_nSendCount;
+}
+
+int CDevComControl::QueuedCount() {
+  CMutexGuard guard(&m_sendLock);
+  return m_nSendCount;
+}
+
+void CDevComControl::SendOneQueued() {
+  NetSDKSendData_t item = {0, nullptr};
+  {
+    CMutexGuard guard(&m_sendLock);
+    if (m_sendList.empty()) return;
+    item = m_sendList.front();
+    m_sendList.pop_front();
+    --m_nSendCount;
+  }
+  if (!item.data) return;
+  int r = SendData(item.data, item.length);
+  if (r < static_cast<int>(item.length))
+    fLog(0, "send cmd error,data=%s", item.data);
+  else
+    fLog(3, "send cmd ok,data=%s", item.data);
+  delete[] item.data;
+}

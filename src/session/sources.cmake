@@ -1,0 +1,8 @@
+list(APPEND QXNET_SOURCES
+  ${CMAKE_CURRENT_LIST_DIR}/FrameHeaderSearch.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/FileRecver.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/DevComSocket.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/DevComSession.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/DevComDispatch.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/DevComOpsPending.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/DevComRecord.cpp)
