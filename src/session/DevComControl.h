@@ -66,6 +66,15 @@ class CDevComControl {
   int ThreadProc();
   // Lets the owner stop many sessions at once before waiting for each.
   void RequestStop() { m_bThreadRun = false; }
+  // Gives the session a connected socket without a worker (framing tests drive the
+  // sender and receiver on their own thread).
+  void AdoptSocketForTest(int fd) {
+    m_iSockFd = fd;
+    m_bThreadRun = true;
+    m_nDevStatus = NETSDK_DEV_STATUS_CONNECTED;
+  }
+  void StopForTest() { m_bThreadRun = false; }
+  uint32_t RecvLen() const { return m_nRecvLen; }
 
   // ---- framing and socket I/O (DevComSocket.cpp)
   int SendData(const char* data, unsigned int length);
@@ -146,7 +155,6 @@ class CDevComControl {
                   const wchar_t* widePath);
   void OnUploadAnswer(const char* code, const char* flag);
   void FailUpload(const char* text);
-  int SendUploadChunk(const char* data, int length, int dataLength, int cmd);
   const char* UploadPathForLog() const;
   void OnDownloadLengthAnswer();
   void OnDownloadDataAnswer();

@@ -75,7 +75,13 @@ CDevComControl::CDevComControl(CNetSDKFunc* owner)
   std::memset(m_wszFilePath, 0, sizeof(m_wszFilePath));
   std::memset(m_szDownloadFileName, 0, sizeof(m_szDownloadFileName));
   pthread_mutex_init(&m_sendLock, nullptr);
-  pthread_mutex_init(&m_opLock, nullptr);
+  // Recursive: a status callback may call back into the session (cancel an upload from
+  // inside its progress event) while the worker holds it.
+  pthread_mutexattr_t attr;
+  pthread_mutexattr_init(&attr);
+  pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_RECURSIVE);
+  pthread_mutex_init(&m_opLock, &attr);
+  pthread_mutexattr_destroy(&attr);
   InitDevCom();
 }
 

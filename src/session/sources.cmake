@@ -4,5 +4,7 @@ list(APPEND QXNET_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/DevComSocket.cpp
   ${CMAKE_CURRENT_LIST_DIR}/DevComSession.cpp
   ${CMAKE_CURRENT_LIST_DIR}/DevComDispatch.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/DevComOpsPending.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/DevComRequests.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/DevComUpload.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/DevComDownload.cpp
   ${CMAKE_CURRENT_LIST_DIR}/DevComRecord.cpp)

@@ -1,0 +1,146 @@
+// Configuration-file download: a length announcement (20006) creates the receiver and
+// the file, data answers (20007) carry the bytes behind their XML text. Progress and the
+// outcome are status event 80. The older port-answer machinery (14023, a temporary file
+// and timed re-requests) lives here too; no request of the library starts it.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "base/FuncLog.h"
+#include "base/SDKLog.h"
+#include "base/SDKThread.h"
+#include "session/DevComControl.h"
+#include "session/FileRecver.h"
+#include "xml/xmlutil.h"
+
+int CDevComControl::GetConfigFile(const char* path) {
+  if (!path) return QXNET_E_MISSING_ARG;
+  if (std::strlen(path) >= sizeof(m_szDownloadFileName)) return QXNET_E_BAD_ARG;
+  std::memset(m_szDownloadFileName, 0, sizeof(m_szDownloadFileName));
+  std::memcpy(m_szDownloadFileName, path, std::strlen(path));
+  mlogLevel(3, "GetConfigFile = %s \n", m_szDownloadFileName);
+  return WriteAUXStringEx("20000", 20006, 0, "");
+}
+
+void CDevComControl::OnDownloadLengthAnswer() {
+  if (!m_pCurMsg) return;
+  int length = 0;
+  if (GetFileTransportLength(m_pCurMsg, &length) != 0) return;
+  // A second announcement does not restart a running download.
+  if (m_pFileRecver) return;
+  m_pFileRecver = new CFileRecver(m_szDownloadFileName, length);
+  PostStatus(QXNET_EV_CFGFILE_GET_PROGRESS, "\n<downProgress>0</downProgress>\n");
+}
+
+void CDevComControl::OnDownloadDataAnswer() {
+  const char* t = m_pCurMsg;
+  if (!t) return;
+  // The frame is cleared four bytes past its end, so these reads stay inside it.
+  size_t textLen = std::strlen(t);
+  if (t[textLen + 1] != 0 || t[textLen + 2] != 0 || t[textLen + 3] != 0) {
+    PostStatus(QXNET_EV_CFGFILE_GET_PROGRESS, "\n<downProgress>-1</downProgress>\n");
+    return;
+  }
+  int64_t pos = -1;
+  long length = 0;
+  if (GetConfigPosAndDataLen(t, &pos, &length) != 0) return;
+  if (length < 1) {
+    if (!m_pFileRecver) return;
+    delete m_pFileRecver;
+    m_pFileRecver = nullptr;
+    PostStatus(QXNET_EV_CFGFILE_GET_PROGRESS, "\n<downProgress>-2</downProgress>\n");
+    return;
+  }
+  if (!m_pFileRecver) {
+    PostStatus(QXNET_EV_CFGFILE_GET_PROGRESS, "\n<downProgress>-3</downProgress>\n");
+    return;
+  }
+  // Data is appended in arrival order. Only the bytes the frame really carries are fed:
+  // a length beyond the frame would read bytes that belong to no message.
+  size_t dataStart = textLen + 4;
+  size_t available = m_nRecvLen > dataStart ? m_nRecvLen - dataStart : 0;
+  size_t n = static_cast<size_t>(length) < available ? static_cast<size_t>(length) : available;
+  if (n < static_cast<size_t>(length))
+    fLog(0, "[OnSysControlMsgRsp] Dev=%s config data announced %ld bytes, frame carries %zu \n", m_szDevAddr,
+         length, n);
+  m_pFileRecver->FeedData(t + dataStart, static_cast<int>(n));
+  if (m_pFileRecver->CheckFinish() != 0) return;
+  delete m_pFileRecver;
+  m_pFileRecver = nullptr;
+  PostStatus(QXNET_EV_CFGFILE_GET_PROGRESS, "\n<downProgress>100</downProgress>\n");
+}
+
+void CDevComControl::OnDownloadPortAnswer(const char* flag, const char* body) {
+  if (std::atol(flag ? flag : "") != 0) {
+    OnStopDownloadFile(-3, "recv download response failed!");
+    return;
+  }
+  if (m_nIdle || m_nUploading) {
+    fLog(0, "[OnSysControlMsgRsp] Dev=%s Download task got port response but the task has been canceled \n",
+         m_szDevAddr);
+    return;
+  }
+  uint16_t port = 0;
+  int type = 0;
+  uint32_t total = 0;
+  if (GetFileTransportPort(body ? body : "", &port, &type, &total) < 0) {
+    OnStopDownloadFile(-2, "recv download response xml data error!");
+    return;
+  }
+  m_nTransferStartTick = GetTickCount();
+  m_nTransferLength = total;
+  m_nTransferPort = port;
+  m_nTransferFlag = type;
+  if (type == 0) return;
+  if (m_nRetryState == 0) {
+    m_nBytesReceived = 0;
+    if (m_pTempFile) {
+      std::fclose(m_pTempFile);
+      m_pTempFile = nullptr;
+      std::remove(m_strTempFileName.c_str());
+      m_strTempFileName.clear();
+    }
+  } else if (m_pTempFile) {
+    fLog(0, "[OnSysControlMsgRsp] Restart download file ok! \n");
+    return;
+  } else {
+    m_nBytesReceived = 0;
+  }
+  m_strTempFileName = std::string(m_szFilePath) + ".tmp";
+  m_pTempFile = std::fopen(m_strTempFileName.c_str(), "wb+");
+  if (!m_pTempFile) OnStopDownloadFile(-1, "create file error!");
+}
+
+int CDevComControl::CheckRetryReqDownload() {
+  if (m_nIdle || m_nTransferFlag == 0 || m_nUploading) return 0;
+  uint32_t now = GetTickCount();
+  bool due = (m_nRetryState == 0 && now - m_nTransferStartTick > 5000) ||
+             (m_nRetryState == 1 && now - m_nLastRetryTick > 10000);
+  if (!due) return 0;
+  m_nRetryState = 1;
+  m_nLastRetryTick = now;
+  std::string body = "<REQUEST_PARAM\nFileName = \"" + m_strRemoteFileName + "\"\nStartPos=\"" +
+                     std::to_string(m_nBytesReceived) + "\"\n/>";
+  fLog(0, "[CheckRetryReqDownload] recv downloadfile timeout,request download,write cmd=%s", body.c_str());
+  // The re-request repeats the download request of this family: type 20000, cmd 14023.
+  return WriteAUXStringEx("20000", 14023, 0, body.c_str());
+}
+
+int CDevComControl::OnStopDownloadFile(int error, const std::string& text) {
+  char report[2048];
+  std::snprintf(report, sizeof(report),
+                "<RESPONSE_PARAM\nRemoteFileName=\"%s\"\nLocalFileName=\"%s\"\nStartPos=\"%d\"\nErrorCode=\"%d\" errormsg=\"%s\" \n/>",
+                m_strRemoteFileName.c_str(), m_strTempFileName.c_str(), static_cast<int>(m_nBytesReceived), error,
+                text.c_str());
+  // Reported as a configuration-download event: the application learns the transfer
+  // ended and why.
+  PostStatus(QXNET_EV_CFGFILE_GET_PROGRESS, report);
+  if (m_pTempFile) {
+    std::fclose(m_pTempFile);
+    m_pTempFile = nullptr;
+  }
+  m_nTransferFlag = 0;
+  m_nRetryState = 0;
+  return 0;
+}
