@@ -80,6 +80,27 @@ int PollSocketRW(int sock, int timeoutMs) {
   return r;
 }
 
+int PollConnect(int sock, int timeoutMs) {
+  if (sock < 0) return -1;
+  struct pollfd p;
+  p.fd = sock;
+  p.events = POLLOUT;
+  p.revents = 0;
+  int rc;
+  do {
+    rc = poll(&p, 1, timeoutMs);
+  } while (rc < 0 && errno == EINTR);
+  if (rc == 0) return 0;
+  if (rc < 0 || (p.revents & (POLLERR | POLLHUP | POLLNVAL))) return -1;
+  int err = 0;
+  socklen_t len = sizeof(err);
+  if (getsockopt(sock, SOL_SOCKET, SO_ERROR, &err, &len) != 0 || err != 0) return -1;
+  struct sockaddr_storage peer;
+  socklen_t plen = sizeof(peer);
+  if (getpeername(sock, reinterpret_cast<struct sockaddr*>(&peer), &plen) != 0) return -1;
+  return (p.revents & POLLOUT) ? 1 : 0;
+}
+
 int ResolveIPv4(const char* host, uint32_t* addr) {
   if (!host || !addr) return -1;
   struct addrinfo hints;

@@ -24,6 +24,11 @@ int PollSocket(int sock, bool write, int timeoutMs);
 // 0 timeout, QXNET_SOCKET_BROKEN on error.
 int PollSocketRW(int sock, int timeoutMs);
 
+// Waits up to timeoutMs for a non-blocking connect: 1 connected, 0 still pending,
+// -1 the connect failed (refused, unreachable). A failed connect also shows as
+// "writable" to poll, so the peer address is checked as well.
+int PollConnect(int sock, int timeoutMs);
+
 // Resolves a host name to its first IPv4 address (network order); 0 on success.
 int ResolveIPv4(const char* host, uint32_t* addrNetOrder);
 

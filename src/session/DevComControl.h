@@ -154,7 +154,10 @@ class CDevComControl {
   int StartUpload(const char* tag, unsigned int fileType, int kind, const char* path,
                   const wchar_t* widePath);
   void OnUploadAnswer(const char* code, const char* flag);
-  void FailUpload(const char* text);
+  int UploadFailedEvent() const;
+  // One chunk (or the end header) of the running upload; false when the stream is over
+  // for this turn.
+  bool SendUploadStep();
   const char* UploadPathForLog() const;
   void OnDownloadLengthAnswer();
   void OnDownloadDataAnswer();
@@ -199,9 +202,13 @@ class CDevComControl {
   std::atomic<int> m_nIdle;
   std::atomic<int> m_nSending;
   int32_t m_nFileType;
-  int32_t m_nFileLength;
+  // Read by GetUploadProgress on application threads while the worker clears it.
+  std::atomic<int32_t> m_nFileLength;
   std::atomic<int32_t> m_nBytesSent;
   int32_t m_nUploadKind;
+  // Bumped whenever the transfer state is reset, so that a chunk send that was under way
+  // outside the lock can tell that its transfer was cancelled or replaced meanwhile.
+  uint32_t m_nUploadGen;
   uint32_t m_nStartTick1, m_nStartTick2, m_nAcceptTick, m_nLastTransferTick;
   FILE* m_pUploadFile;
 
@@ -209,8 +216,9 @@ class CDevComControl {
   char m_szDownloadFileName[1024];
   CFileRecver* m_pFileRecver;
   const char* m_pCurMsg;
-  // Port-answer machinery.
-  int m_nTransferFlag;
+  // Port-answer machinery. The flag is cleared by application threads (upload start and
+  // cancel) while the worker reads it.
+  std::atomic<int> m_nTransferFlag;
   uint16_t m_nTransferPort;
   uint32_t m_nTransferLength;
   uint32_t m_nTransferStartTick;

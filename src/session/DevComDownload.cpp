@@ -8,6 +8,7 @@
 #include <string>
 
 #include "base/FuncLog.h"
+#include "base/Locker.h"
 #include "base/SDKLog.h"
 #include "base/SDKThread.h"
 #include "session/DevComControl.h"
@@ -17,9 +18,13 @@
 int CDevComControl::GetConfigFile(const char* path) {
   if (!path) return QXNET_E_MISSING_ARG;
   if (std::strlen(path) >= sizeof(m_szDownloadFileName)) return QXNET_E_BAD_ARG;
-  std::memset(m_szDownloadFileName, 0, sizeof(m_szDownloadFileName));
-  std::memcpy(m_szDownloadFileName, path, std::strlen(path));
-  mlogLevel(3, "GetConfigFile = %s \n", m_szDownloadFileName);
+  {
+    // The worker reads the name when the length answer arrives.
+    CMutexGuard guard(&m_opLock);
+    std::memset(m_szDownloadFileName, 0, sizeof(m_szDownloadFileName));
+    std::memcpy(m_szDownloadFileName, path, std::strlen(path));
+    mlogLevel(3, "GetConfigFile = %s \n", m_szDownloadFileName);
+  }
   return WriteAUXStringEx("20000", 20006, 0, "");
 }
 
@@ -29,7 +34,10 @@ void CDevComControl::OnDownloadLengthAnswer() {
   if (GetFileTransportLength(m_pCurMsg, &length) != 0) return;
   // A second announcement does not restart a running download.
   if (m_pFileRecver) return;
-  m_pFileRecver = new CFileRecver(m_szDownloadFileName, length);
+  {
+    CMutexGuard guard(&m_opLock);
+    m_pFileRecver = new CFileRecver(m_szDownloadFileName, length);
+  }
   PostStatus(QXNET_EV_CFGFILE_GET_PROGRESS, "\n<downProgress>0</downProgress>\n");
 }
 

@@ -51,6 +51,7 @@ CDevComControl::CDevComControl(CNetSDKFunc* owner)
       m_nFileLength(0),
       m_nBytesSent(0),
       m_nUploadKind(0),
+      m_nUploadGen(0),
       m_nStartTick1(0),
       m_nStartTick2(0),
       m_nAcceptTick(0),
@@ -225,16 +226,9 @@ int CDevComControl::Connect() {
   for (int attempt = 0; attempt < 30; ++attempt) {
     if (!m_bThreadRun) break;
     uint32_t t0 = GetTickCount();
-    if (haveAddr) {
-      int r = PollSocket(sock, true, 1100);
-      if (r == 1) {
-        int err = 0;
-        socklen_t len = sizeof(err);
-        if (getsockopt(sock, SOL_SOCKET, SO_ERROR, &err, &len) == 0 && err == 0) {
-          connected = true;
-          break;
-        }
-      }
+    if (haveAddr && PollConnect(sock, 1100) == 1) {
+      connected = true;
+      break;
     }
     // Not connected in this attempt: a refused or failed connect is not reported by the
     // writability wait, so every attempt runs to its 1.1 s timeout, then a 100 ms pause.

@@ -2,8 +2,11 @@
 // worker in 163,840-byte chunks behind an XML header once the device accepts.
 //
 // The transfer state is shared between application threads (start, cancel, progress)
-// and the worker (answers, streaming); m_opLock (recursive, so a callback may cancel from
-// inside a progress event) keeps the open file from being closed under a read.
+// and the worker (answers, streaming); m_opLock guards it and the open file. The lock is
+// never held while a chunk is on the socket or while a status event is posted: a stalled
+// device would otherwise hold a cancelling application thread until logout, and the core
+// calls the status callbacks under its own mutex, so a callback that reached into another
+// session's transfer could deadlock against that session's worker.
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -51,6 +54,7 @@ void CDevComControl::ClearTransferState() {
   m_nUploadKind = 0;
   m_nStartTick1 = m_nStartTick2 = m_nAcceptTick = m_nLastTransferTick = 0;
   m_nTransferFlag = 0;
+  ++m_nUploadGen;
 }
 
 const char* CDevComControl::UploadPathForLog() const {
@@ -109,10 +113,10 @@ int CDevComControl::StartUpload(const char* tag, unsigned int fileType, int kind
   m_nStartTick1 = m_nStartTick2 = GetTickCount();
   char body[64];
   if (kind == 1) {
-    std::snprintf(body, sizeof(body), "<firmwareLength>%d</firmwareLength>", m_nFileLength);
+    std::snprintf(body, sizeof(body), "<firmwareLength>%d</firmwareLength>", m_nFileLength.load());
     return WriteAUXStringEx("20000", 20001, 0, body);
   }
-  std::snprintf(body, sizeof(body), "<fileLength>%d</fileLength>", m_nFileLength);
+  std::snprintf(body, sizeof(body), "<fileLength>%d</fileLength>", m_nFileLength.load());
   return WriteAUXStringEx("20000", 20004, 0, body);
 }
 
@@ -157,113 +161,139 @@ int CDevComControl::CloseUploadHandle() {
   return 0;
 }
 
-void CDevComControl::FailUpload(const char* text) {
-  int kind = m_nUploadKind;
-  PostStatus(kind == 1 ? QXNET_EV_UPGRADE_FAILED : QXNET_EV_CFGFILE_SET_FAILED, text);
+
+// The failure event of the running kind (firmware 16, configuration file 81).
+int CDevComControl::UploadFailedEvent() const {
+  return m_nUploadKind == 1 ? QXNET_EV_UPGRADE_FAILED : QXNET_EV_CFGFILE_SET_FAILED;
 }
 
 void CDevComControl::OnUploadAnswer(const char* /*code*/, const char* flag) {
-  OpGuard guard(&m_opLock);
   char text[1200];
-  if (std::atol(flag ? flag : "") == 0) {
-    if (m_nIdle || !m_nUploading) {
-      fLog(0, "[OnSysControlMsgRsp] dev=%s recv upload file response, but the task has been canceled \n",
-           m_szDevAddr);
-      m_nIdle = 1;
-      m_nUploadKind = -1;
-      return;
+  int event = -1;
+  {
+    OpGuard guard(&m_opLock);
+    if (std::atol(flag ? flag : "") == 0) {
+      if (m_nIdle || !m_nUploading) {
+        fLog(0, "[OnSysControlMsgRsp] dev=%s recv upload file response, but the task has been canceled \n",
+             m_szDevAddr);
+        m_nIdle = 1;
+        m_nUploadKind = -1;
+        return;
+      }
+      if (m_nSending) {
+        // A second acceptance of a transfer that is already streaming would restart it
+        // from byte 0 behind the device's back: it is ignored.
+        fLog(0, "[OnSysControlMsgRsp] dev=%s recv upload file response again, ignored \n", m_szDevAddr);
+        return;
+      }
+      m_nBytesSent = 0;
+      m_nSending = 1;
+      if (m_pUploadFile) std::fclose(m_pUploadFile);
+      // A narrow path is opened "rb+"; a wide one (UploadFileEx) needs read access only.
+      m_pUploadFile = m_szFilePath[0] ? OpenFile(m_szFilePath, "rb+") : OpenWideFile(m_wszFilePath, "rb");
+      m_nAcceptTick = GetTickCount();
+      if (m_pUploadFile) return;
+    } else {
+      fLog(0, "[OnSysControlMsgRsp] dev=%s upload file request failed msgflag=%s \n", m_szDevAddr, flag);
+      if (m_pUploadFile) {
+        std::fclose(m_pUploadFile);
+        m_pUploadFile = nullptr;
+      }
     }
-    if (m_nSending) {
-      // A second acceptance of a transfer that is already streaming would restart it
-      // from byte 0 behind the device's back: it is ignored.
-      fLog(0, "[OnSysControlMsgRsp] dev=%s recv upload file response again, ignored \n", m_szDevAddr);
-      return;
-    }
-    m_nBytesSent = 0;
-    m_nSending = 1;
-    if (m_pUploadFile) std::fclose(m_pUploadFile);
-    // A narrow path is opened "rb+"; a wide one (UploadFileEx) needs read access only.
-    m_pUploadFile = m_szFilePath[0] ? OpenFile(m_szFilePath, "rb+") : OpenWideFile(m_wszFilePath, "rb");
-    m_nAcceptTick = GetTickCount();
-    if (!m_pUploadFile) {
-      std::snprintf(text, sizeof(text), kOpenFailed, m_nFileType, UploadPathForLog());
-      FailUpload(text);
-      ClearTransferState();
-      m_nIdle = 1;
-      m_nUploadKind = -1;
-    }
-    return;
+    // Refused, or accepted but the file cannot be opened any more.
+    std::snprintf(text, sizeof(text), kOpenFailed, m_nFileType, UploadPathForLog());
+    event = UploadFailedEvent();
+    // Cleared before the event goes out, so that an application reacting to the failure
+    // (a retry from inside the callback) finds the session free.
+    ClearTransferState();
+    m_nIdle = 1;
+    m_nUploadKind = -1;
   }
-  fLog(0, "[OnSysControlMsgRsp] dev=%s upload file request failed msgflag=%s \n", m_szDevAddr, flag);
-  std::snprintf(text, sizeof(text), kOpenFailed, m_nFileType, UploadPathForLog());
-  FailUpload(text);
-  if (m_pUploadFile) {
-    std::fclose(m_pUploadFile);
-    m_pUploadFile = nullptr;
-  }
-  ClearTransferState();
-  m_nIdle = 1;
-  m_nUploadKind = -1;
+  PostStatus(event, text);
 }
 
 bool CDevComControl::UploadDue() const { return m_nIdle == 0 && m_nSending == 1 && m_nUploading == 1; }
 
 int CDevComControl::SendUploadFileData() {
-  OpGuard guard(&m_opLock);
-  if (!UploadDue() || !m_pWorkBuf) return 0;
-  const int cmd = m_nUploadKind == 1 ? 20002 : 20005;
-  const int progressEvent = m_nUploadKind == 1 ? QXNET_EV_UPGRADE_PROGRESS : QXNET_EV_CFGFILE_SET_PROGRESS;
-  char text[1400];
-  for (int chunk = 0; chunk < 5 && UploadDue(); ++chunk) {
+  for (int chunk = 0; chunk < 5; ++chunk)
+    if (!SendUploadStep()) break;
+  return 0;
+}
+
+bool CDevComControl::SendUploadStep() {
+  // Framed under the lock; the send runs outside it. Only the worker streams, so the work
+  // buffer is not touched by anyone else meanwhile.
+  const char* frame = nullptr;
+  char* shortBuf = nullptr;
+  int total = 0;
+  int32_t got = 0;
+  bool endStep = false;
+  uint32_t gen;
+  {
+    OpGuard guard(&m_opLock);
+    if (!UploadDue() || !m_pWorkBuf) return false;
+    gen = m_nUploadGen;
+    const int cmd = m_nUploadKind == 1 ? 20002 : 20005;
     m_nLastTransferTick = GetTickCount();
     int hlen = std::snprintf(m_pWorkBuf, 1024, kChunkHeader, cmd, m_nBytesSent.load(), QXNET_UPLOAD_CHUNK);
     std::memset(m_pWorkBuf + hlen, 0, 4);
-    size_t got = 0;
-    if (m_pUploadFile) got = std::fread(m_pWorkBuf + hlen + 4, 1, QXNET_UPLOAD_CHUNK, m_pUploadFile);
-
+    if (m_pUploadFile)
+      got = static_cast<int32_t>(std::fread(m_pWorkBuf + hlen + 4, 1, QXNET_UPLOAD_CHUNK, m_pUploadFile));
     if (got == 0) {
       // End of the file (or no file): the dataLength 0 header ends the transfer.
+      endStep = true;
       hlen = std::snprintf(m_pWorkBuf, 1024, kChunkHeader, cmd, m_nBytesSent.load(), 0);
       std::memset(m_pWorkBuf + hlen, 0, 4);
-      int total = hlen + 4;
-      int sent = SendData(m_pWorkBuf, static_cast<unsigned int>(total));
-      bool firmware = m_nUploadKind == 1;
+      frame = m_pWorkBuf;
+      total = hlen + 4;
+    } else if (got == QXNET_UPLOAD_CHUNK) {
+      frame = m_pWorkBuf;
+      total = hlen + 4 + QXNET_UPLOAD_CHUNK;
+    } else {
+      shortBuf = new char[kShortChunkBuf]();
+      int shlen = std::snprintf(shortBuf, 1024, kChunkHeader, cmd, m_nBytesSent.load(), static_cast<int>(got));
+      std::memcpy(shortBuf + shlen + 4, m_pWorkBuf + hlen + 4, static_cast<size_t>(got));
+      frame = shortBuf;
+      total = shlen + 4 + got;
+    }
+  }
+
+  int sent = SendData(frame, static_cast<unsigned int>(total));
+  delete[] shortBuf;
+
+  char text[1400];
+  int event = -1;
+  bool more = false;
+  {
+    OpGuard guard(&m_opLock);
+    // Cancelled (or cancelled and restarted) while the chunk was on its way: the canceller
+    // has reset everything, and this transfer reports nothing more.
+    if (gen != m_nUploadGen) return false;
+    const bool firmware = m_nUploadKind == 1;
+    if (endStep) {
       if (sent >= total) {
         fLog(0, "[SendUploadFileData] send upload file success \n");
-        std::snprintf(text, sizeof(text), "<RESPONSE_PARAM\nFileType=\"%d\"\nFileName=\"%s\"\nStartPos=\"%d\"\nErrorCode=\"%d\"  \n/>",
+        std::snprintf(text, sizeof(text),
+                      "<RESPONSE_PARAM\nFileType=\"%d\"\nFileName=\"%s\"\nStartPos=\"%d\"\nErrorCode=\"%d\"  \n/>",
                       m_nFileType, UploadPathForLog(), 0, 0);
-        PostStatus(firmware ? QXNET_EV_UPGRADE_FINISHED : QXNET_EV_CFGFILE_SET_FINISHED, text);
+        event = firmware ? QXNET_EV_UPGRADE_FINISHED : QXNET_EV_CFGFILE_SET_FINISHED;
       } else {
         fLog(0, "[SendUploadFileData] send upload file data failed, ret=%d \n", sent);
         std::snprintf(text, sizeof(text),
-                      "<RESPONSE_PARAM\nFileType=\"%d\"\nFileName=\"%s\"\nStartPos=\"%d\"\nErrorCode=\"%d\" errormsg=\"send upload file failed\" \n/>",
+                      "<RESPONSE_PARAM\nFileType=\"%d\"\nFileName=\"%s\"\nStartPos=\"%d\"\nErrorCode=\"%d\" "
+                      "errormsg=\"send upload file failed\" \n/>",
                       m_nFileType, UploadPathForLog(), 0, -3);
-        PostStatus(firmware ? QXNET_EV_UPGRADE_FAILED : QXNET_EV_CFGFILE_SET_FAILED, text);
+        event = firmware ? QXNET_EV_UPGRADE_FAILED : QXNET_EV_CFGFILE_SET_FAILED;
       }
-      // The transfer is over either way.
+      // The transfer is over either way; cleared before the event goes out, so that an
+      // application chaining uploads can start the next one from the callback.
       if (m_pUploadFile) {
         std::fclose(m_pUploadFile);
         m_pUploadFile = nullptr;
       }
       ClearTransferState();
       m_nIdle = 1;
-      return 0;
-    }
-
-    int sent;
-    int total;
-    if (got == static_cast<size_t>(QXNET_UPLOAD_CHUNK)) {
-      total = hlen + 4 + QXNET_UPLOAD_CHUNK;
-      sent = SendData(m_pWorkBuf, static_cast<unsigned int>(total));
-    } else {
-      char* shortBuf = new char[kShortChunkBuf]();
-      int shlen = std::snprintf(shortBuf, 1024, kChunkHeader, cmd, m_nBytesSent.load(), static_cast<int>(got));
-      std::memcpy(shortBuf + shlen + 4, m_pWorkBuf + hlen + 4, got);
-      total = shlen + 4 + static_cast<int>(got);
-      sent = SendData(shortBuf, static_cast<unsigned int>(total));
-      delete[] shortBuf;
-    }
-    if (sent < total) {
+    } else if (sent < total) {
       fLog(0, "[SendUploadFileData] send upload file data failed, ret=%d \n", sent);
       if (m_pUploadFile) {
         std::fclose(m_pUploadFile);
@@ -273,15 +303,18 @@ int CDevComControl::SendUploadFileData() {
       // upload is reported as 81 too; applications rely on that code.
       ClearTransferState();
       m_nIdle = 1;
-      PostStatus(QXNET_EV_CFGFILE_SET_FAILED, "send upload file failed.");
-      return 0;
-    }
-    m_nBytesSent += static_cast<int32_t>(got);
-    if (got == static_cast<size_t>(QXNET_UPLOAD_CHUNK)) {
-      std::snprintf(text, sizeof(text), "<upload start=\"%d\" filesize=\"%d\" filename=\"%s\" />", m_nBytesSent.load(),
-                    m_nFileLength, UploadPathForLog());
-      PostStatus(progressEvent, text);
+      std::snprintf(text, sizeof(text), "send upload file failed.");
+      event = QXNET_EV_CFGFILE_SET_FAILED;
+    } else {
+      m_nBytesSent += got;
+      more = true;
+      if (got == QXNET_UPLOAD_CHUNK) {
+        std::snprintf(text, sizeof(text), "<upload start=\"%d\" filesize=\"%d\" filename=\"%s\" />",
+                      m_nBytesSent.load(), m_nFileLength.load(), UploadPathForLog());
+        event = firmware ? QXNET_EV_UPGRADE_PROGRESS : QXNET_EV_CFGFILE_SET_PROGRESS;
+      }
     }
   }
-  return 0;
+  if (event >= 0) PostStatus(event, text);
+  return more;
 }

@@ -11,6 +11,8 @@
 #include <string>
 #include <thread>
 
+#include <tinyxml.h>
+
 #include "QXNetSDK.h"
 
 namespace {
@@ -55,6 +57,31 @@ std::string OneLine(const char* text) {
   return s;
 }
 
+// Alarm reports reach the application as device messages (event 79) carrying the
+// report: print each alarm's fields.
+bool PrintAlarmReport(const char* body) {
+  if (!body || !std::strstr(body, "ALARM_REPORT_PARAM")) return false;
+  std::string wrapped = std::string("<r>") + body + "</r>";
+  TiXmlDocument doc;
+  doc.Parse(wrapped.c_str());
+  TiXmlElement* root = doc.RootElement();
+  TiXmlElement* mb = root ? root->FirstChildElement("MESSAGE_BODY") : nullptr;
+  TiXmlElement* list = mb ? mb->FirstChildElement("ALARM_REPORT_PARAM") : nullptr;
+  if (!list) return false;
+  for (TiXmlElement* it = list->FirstChildElement("ALARM_ITEM"); it; it = it->NextSiblingElement("ALARM_ITEM")) {
+    TiXmlElement* t = it->FirstChildElement("ALARM_TIME");
+    TiXmlElement* i = it->FirstChildElement("ALARM_INFO");
+    auto a = [](TiXmlElement* e, const char* n) {
+      const char* v = e ? e->Attribute(n) : nullptr;
+      return v ? v : "";
+    };
+    std::printf("[alarm] time=%s-%s-%s %s:%s:%s wday=%s code=%s flag=%s level=%s data=\"%s\"\n", a(t, "Year"),
+                a(t, "Month"), a(t, "Day"), a(t, "Hour"), a(t, "Minute"), a(t, "Second"), a(t, "WDay"),
+                a(i, "Alarm_code"), a(i, "Alarm_flag"), a(i, "Alarm_level"), a(i, "Alarm_data"));
+  }
+  return true;
+}
+
 long OnStatus(long loginId, long code, char* data, void*) {
   std::lock_guard<std::mutex> lock(g_out);
   if (code == QXNET_EV_ALARM && data) {
@@ -62,7 +89,7 @@ long OnStatus(long loginId, long code, char* data, void*) {
     std::printf("[event %ld] alarm: time=%04d-%02d-%02d %02d:%02d:%02d wday=%d code=%d flag=%d level=%d data=\"%s\"\n",
                 code, a->nYear, a->nMonth, a->nDay, a->nHour, a->nMinute, a->nSecond, a->nWDay, a->nAlarmCode,
                 a->nAlarmFlag, a->nAlarmLevel, a->szAlarmData);
-  } else {
+  } else if (!(code == QXNET_EV_MESSAGE && PrintAlarmReport(data))) {
     std::printf("[event %ld] %s: %s\n", code, EventName(code), OneLine(data).c_str());
   }
   std::fflush(stdout);

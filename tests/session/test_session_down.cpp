@@ -1,0 +1,93 @@
+// Sessions to a device that is down: the 30 connect attempts, auto-reconnect on and off,
+// and logout during the reconnect pause. These take the real protocol timings.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "capture.h"
+#include "devsim_client.h"
+
+using qxtest::Capture;
+using qxtest::DevSim;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+double Since(Clock::time_point t0) { return std::chrono::duration<double>(Clock::now() - t0).count(); }
+
+// A loopback port with nothing listening on it.
+uint16_t ClosedPort() {
+  int s = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  bind(s, reinterpret_cast<sockaddr*>(&a), sizeof(a));
+  socklen_t len = sizeof(a);
+  getsockname(s, reinterpret_cast<sockaddr*>(&a), &len);
+  close(s);
+  return ntohs(a.sin_port);
+}
+
+long Login(uint16_t port) {
+  return QXNet_Loc_LoginDev(const_cast<char*>("127.0.0.1"), port, const_cast<char*>("admin"),
+                            const_cast<char*>("admin"), nullptr);
+}
+
+TEST(SessionDown, AutoReconnectOffGivesEvent0OnceAndTheWorkerEnds) {
+  Capture::Get().Install();
+  QXNet_SetAutoReconnect(0);
+  auto t0 = Clock::now();
+  long id = Login(ClosedPort());
+  ASSERT_GT(id, 0);
+  ASSERT_TRUE(Capture::Get().WaitEvent(0, 1, 60000));
+  double t = Since(t0);
+  EXPECT_GT(t, 33.0);  // 30 attempts of 1.1 s + 100 ms
+  EXPECT_LT(t, 45.0);
+  auto ev = Capture::Get().Events();
+  ASSERT_GE(ev.size(), 1u);
+  EXPECT_EQ(ev[0].code, 0);
+  EXPECT_EQ(ev[0].text, "device[127.0.0.1] connect socket failed! \n");
+  std::this_thread::sleep_for(std::chrono::seconds(3));
+  EXPECT_EQ(Capture::Get().CountEvents(0), 1);
+  EXPECT_EQ(Capture::Get().CountEvents(5), 0);
+  auto t1 = Clock::now();
+  EXPECT_EQ(0, QXNet_LogOutDev(id));
+  EXPECT_LT(Since(t1), 0.5);
+  QXNet_SetAutoReconnect(1);
+}
+
+TEST(SessionDown, AutoReconnectOnRetriesAfterThePauseAndLogoutInThePauseIsPrompt) {
+  Capture::Get().Install();
+  QXNet_SetAutoReconnect(1);
+  uint16_t port = ClosedPort();
+  long id = Login(port);
+  ASSERT_GT(id, 0);
+  ASSERT_TRUE(Capture::Get().WaitEvent(0, 1, 60000));
+  // The device comes up during the 8 s pause: the next attempt connects.
+  DevSim sim({"--listen", "127.0.0.1:" + std::to_string(port)});
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  auto t0 = Clock::now();
+  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 20000));
+  double t = Since(t0);
+  EXPECT_GT(t, 5.0);   // not before the pause is over
+  EXPECT_LT(t, 12.0);
+  EXPECT_EQ(0, QXNet_LogOutDev(id));
+
+  // A second session to a closed port: logout during its reconnect pause.
+  Capture::Get().Clear();
+  long id2 = Login(ClosedPort());
+  ASSERT_GT(id2, 0);
+  ASSERT_TRUE(Capture::Get().WaitEvent(0, 1, 60000));
+  std::this_thread::sleep_for(std::chrono::seconds(2));
+  auto t1 = Clock::now();
+  EXPECT_EQ(0, QXNet_LogOutDev(id2));
+  EXPECT_LT(Since(t1), 0.5);
+}
+
+}  // namespace

@@ -1,0 +1,224 @@
+// Device sessions through the public interface against the device simulator.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "capture.h"
+#include "devsim_client.h"
+
+using qxtest::Capture;
+using qxtest::DevSim;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+double Since(Clock::time_point t0) { return std::chrono::duration<double>(Clock::now() - t0).count(); }
+
+class Session : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    Capture::Get().Install();
+    QXNet_SetAutoReconnect(1);
+  }
+  void TearDown() override {
+    if (id_ > 0) {
+      EXPECT_EQ(0, QXNet_LogOutDev(id_));
+    }
+    QXNet_SetAutoReconnect(1);
+  }
+  long Login(DevSim& sim, const char* user = "admin", const char* pass = "admin", int dev = 0) {
+    id_ = QXNet_Loc_LoginDev(const_cast<char*>("127.0.0.1"), sim.port(dev), const_cast<char*>(user),
+                             const_cast<char*>(pass), nullptr);
+    return id_;
+  }
+  long id_ = 0;
+};
+
+TEST_F(Session, CorrectCredentialsGiveConnectedChannelsAuthenticated) {
+  DevSim sim({"--account", "admin:admin", "--max-channels", "16"});
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  ASSERT_GT(Login(sim), 0);
+  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
+  auto ev = Capture::Get().Events();
+  ASSERT_GE(ev.size(), 3u);
+  EXPECT_EQ(ev[0].code, 5);
+  EXPECT_EQ(ev[0].text, "device[127.0.0.1] connect socket OK! \n");
+  EXPECT_EQ(ev[0].loginId, id_);
+  EXPECT_EQ(ev[1].code, 50);
+  EXPECT_EQ(ev[1].text, "16");
+  EXPECT_EQ(ev[2].code, 6);
+  EXPECT_EQ(ev[2].text, "authentication success.");
+  ASSERT_TRUE(sim.waitConnections(1, 5000, true));
+  auto auth = sim.lastMsg("10000", "14012");
+  EXPECT_NE(auth["body"].find("<userName>admin</userName>\n<password>admin</password>\n"), std::string::npos);
+}
+
+TEST_F(Session, WrongCredentialsGiveEvent2OnEveryAnswerAndStayConnected) {
+  DevSim sim({"--account", "admin:admin"});
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  ASSERT_GT(Login(sim, "admin", "nope"), 0);
+  ASSERT_TRUE(Capture::Get().WaitEvent(2, 2, 15000));
+  auto ev = Capture::Get().Events();
+  EXPECT_EQ(ev[0].code, 5);
+  int twos = 0;
+  for (auto& e : ev) {
+    if (e.code != 2) continue;
+    ++twos;
+    EXPECT_EQ(e.text, "127.0.0.1:authentication failed, username or passwords errror!");
+  }
+  EXPECT_GE(twos, 2);
+  EXPECT_EQ(Capture::Get().CountEvents(6), 0);
+  EXPECT_EQ(Capture::Get().CountEvents(1), 0);  // never disconnected
+  EXPECT_GE(sim.count("10000", "14012"), 2);
+}
+
+TEST_F(Session, SilentDeviceGetsAuthEveryFiveSecondsAndHeartbeatEveryTen) {
+  DevSim sim;
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  ASSERT_TRUE(sim.cmdOk("SET auth_mode silent"));
+  auto t0 = Clock::now();
+  ASSERT_GT(Login(sim), 0);
+  ASSERT_TRUE(sim.waitFor("10000", "14012", 1, 5000));
+  double first = Since(t0);
+  ASSERT_TRUE(sim.waitFor("10000", "14012", 3, 15000));
+  double third = Since(t0);
+  // Two resends 5 s apart.
+  EXPECT_GT(third - first, 9.0);
+  EXPECT_LT(third - first, 12.5);
+  ASSERT_TRUE(sim.waitFor("30000", "35001", 2, 25000));
+  double hb2 = Since(t0);
+  EXPECT_GT(hb2, 19.0);
+  EXPECT_LT(hb2, 24.0);
+  // The "5 times" event needs failed sends, not missing answers.
+  EXPECT_EQ(Capture::Get().CountEvents(3), 0);
+  EXPECT_EQ(Capture::Get().CountEvents(6), 0);
+}
+
+TEST_F(Session, HeartbeatAnswerIsEvent79) {
+  DevSim sim;
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  ASSERT_GT(Login(sim), 0);
+  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
+  ASSERT_TRUE(sim.cmdOk("HB last"));
+  ASSERT_TRUE(Capture::Get().WaitEvent(79, 1, 5000));
+  // The simulator writes an empty body as "<body>\n</body>", as the library's own builder
+  // does: the body handed on is its content, the one line break.
+  for (auto& e : Capture::Get().Events()) {
+    if (e.code == 79) {
+      EXPECT_EQ(e.text, "\n");
+    }
+  }
+}
+
+TEST_F(Session, CameraStatusIsEvent51WithTheLastText) {
+  DevSim sim;
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  ASSERT_GT(Login(sim), 0);
+  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
+  ASSERT_TRUE(sim.cmdOk("CAMSTAT last 1,1,0 0,1,1"));
+  ASSERT_TRUE(Capture::Get().WaitEvent(51, 1, 5000));
+  for (auto& e : Capture::Get().Events()) {
+    if (e.code == 51) {
+      EXPECT_EQ(e.text, "0,1,1");
+    }
+  }
+}
+
+TEST_F(Session, AlarmReportsArriveAsMessagesAndBrokenOnesAreDropped) {
+  DevSim sim;
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  ASSERT_GT(Login(sim), 0);
+  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
+  Capture::Get().Clear();
+  ASSERT_TRUE(sim.cmdOk("ALARM last form=badquote"));
+  ASSERT_TRUE(sim.cmdOk("ALARM last form=emptybody"));
+  ASSERT_TRUE(sim.cmdOk("ALARM last form=good items=2 acode=5 data=door"));
+  ASSERT_TRUE(Capture::Get().WaitEvent(79, 1, 5000));
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  auto ev = Capture::Get().Events();
+  int n79 = 0;
+  for (auto& e : ev) {
+    if (e.code != 79) continue;
+    ++n79;
+    EXPECT_NE(e.text.find("ALARM_REPORT_PARAM"), std::string::npos);
+    EXPECT_NE(e.text.find("Alarm_data=\"door\""), std::string::npos);
+  }
+  EXPECT_EQ(n79, 1);
+  EXPECT_EQ(Capture::Get().CountLogs("detect bad ALARM_REPORT_MESSAGE"), 2);
+}
+
+TEST_F(Session, FramingFaultsLeaveTheSessionAlive) {
+  DevSim sim;
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  ASSERT_GT(Login(sim), 0);
+  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
+  Capture::Get().Clear();
+  ASSERT_TRUE(sim.cmdOk("GARBAGE last 13"));
+  ASSERT_TRUE(sim.cmdOk("LEN8 last"));
+  ASSERT_TRUE(sim.cmdOk("OVERSIZE last"));
+  ASSERT_TRUE(sim.cmdOk("SENDTEXT last <not\\sxml"));
+  ASSERT_TRUE(sim.cmdOk("ARM last count=1 split=7 delay=5 flag=0x70308102"));
+  ASSERT_TRUE(sim.cmdOk("HB last"));
+  ASSERT_TRUE(Capture::Get().WaitEvent(79, 1, 10000));
+  EXPECT_EQ(Capture::Get().CountEvents(1), 0);
+  EXPECT_GE(Capture::Get().CountLogs("recv bad len"), 1);
+}
+
+TEST_F(Session, PeerCloseGivesEvent1AndAReconnect) {
+  DevSim sim;
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  ASSERT_GT(Login(sim), 0);
+  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
+  ASSERT_TRUE(sim.cmdOk("CLOSE all"));
+  ASSERT_TRUE(Capture::Get().WaitEvent(1, 1, 5000));
+  ASSERT_TRUE(Capture::Get().WaitEvent(6, 2, 15000));
+  EXPECT_EQ(Capture::Get().CountEvents(5), 2);
+}
+
+TEST_F(Session, CloseMidFrameGivesEvent1AndAReconnect) {
+  DevSim sim;
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  ASSERT_GT(Login(sim), 0);
+  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
+  ASSERT_TRUE(sim.cmdOk("CUTFRAME last n=20"));
+  ASSERT_TRUE(Capture::Get().WaitEvent(1, 1, 8000));
+  ASSERT_TRUE(Capture::Get().WaitEvent(6, 2, 15000));
+}
+
+TEST_F(Session, HostNameIsReplacedByItsDottedAddress) {
+  DevSim sim;
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  id_ = QXNet_Loc_LoginDev(const_cast<char*>("localhost"), sim.port(), const_cast<char*>("admin"),
+                           const_cast<char*>("admin"), nullptr);
+  ASSERT_GT(id_, 0);
+  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
+  EXPECT_EQ(Capture::Get().Events()[0].text, "device[127.0.0.1] connect socket OK! \n");
+}
+
+TEST_F(Session, LogoutOfALiveSessionReturnsPromptly) {
+  DevSim sim;
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  ASSERT_GT(Login(sim), 0);
+  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
+  auto t0 = Clock::now();
+  EXPECT_EQ(0, QXNet_LogOutDev(id_));
+  EXPECT_LT(Since(t0), 1.5);
+  id_ = 0;
+  EXPECT_EQ(QXNET_E_NO_DEVICE, QXNet_LogOutDev(id_));
+  ASSERT_TRUE(sim.waitConnections(0, 5000, false));
+}
+
+TEST_F(Session, LoginThenImmediateLogoutIsSafe) {
+  DevSim sim;
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  for (int i = 0; i < 20; ++i) {
+    long id = Login(sim);
+    ASSERT_GT(id, 0);
+    EXPECT_EQ(0, QXNet_LogOutDev(id));
+  }
+  id_ = 0;
+}
+
+}  // namespace
