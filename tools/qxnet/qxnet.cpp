@@ -7,7 +7,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <condition_variable>
 #include <mutex>
+#include <vector>
+#include <wchar.h>
 #include <string>
 #include <thread>
 
@@ -18,6 +21,16 @@
 namespace {
 std::atomic<bool> g_stop{false};
 std::mutex g_out;
+bool g_quietEvents = false;
+
+// What the operations wait for: the latest answer and the events of the session.
+struct Waiter {
+  std::mutex mu;
+  std::condition_variable cv;
+  std::vector<std::pair<long, std::string>> events;
+  std::vector<std::pair<long, std::string>> answers;
+};
+Waiter g_wait;
 
 void OnSignal(int) { g_stop = true; }
 
@@ -83,6 +96,12 @@ bool PrintAlarmReport(const char* body) {
 }
 
 long OnStatus(long loginId, long code, char* data, void*) {
+  {
+    std::lock_guard<std::mutex> lock(g_wait.mu);
+    g_wait.events.emplace_back(code, code == QXNET_EV_ALARM || !data ? std::string() : std::string(data));
+    g_wait.cv.notify_all();
+  }
+  if (g_quietEvents) return 0;
   std::lock_guard<std::mutex> lock(g_out);
   if (code == QXNET_EV_ALARM && data) {
     const ALARM_ITEM* a = reinterpret_cast<const ALARM_ITEM*>(data);
@@ -98,6 +117,12 @@ long OnStatus(long loginId, long code, char* data, void*) {
 }
 
 long OnAux(long, long code, char* data, void*) {
+  {
+    std::lock_guard<std::mutex> lock(g_wait.mu);
+    g_wait.answers.emplace_back(code, data ? data : "");
+    g_wait.cv.notify_all();
+  }
+  if (g_quietEvents) return 0;
   std::lock_guard<std::mutex> lock(g_out);
   std::printf("[answer] code=%ld body=%s\n", code, OneLine(data).c_str());
   std::fflush(stdout);
@@ -110,7 +135,251 @@ void Usage() {
       "  qxnet version                      print the library version (init/free round trip)\n"
       "  qxnet login HOST PORT USER PASS [--seconds N] [--no-reconnect]\n"
       "                                     log in, print status events and alarms until\n"
-      "                                     interrupted (Ctrl-C) or N seconds have passed\n");
+      "                                     interrupted (Ctrl-C) or N seconds have passed\n"
+      "  qxnet HOST PORT USER PASS OPERATION [--timeout S]   one operation on a device:\n"
+      "    config get CMD [BODY]            configuration request CMD, print the answer\n"
+      "    config set CMD BODY              configuration write CMD with BODY\n"
+      "    reboot | restore                 reboot / restore the factory configuration\n"
+      "    ptz XML                          send a PTZ command document\n"
+      "    userdata get | userdata set TEXT read / store the application's data on the device\n"
+      "    upgrade FILE                     firmware upgrade with a progress bar\n"
+      "    config-file save FILE            fetch the configuration file into FILE\n"
+      "    config-file load FILE            send FILE as the configuration file\n"
+      "exit codes: 0 done, 1 the device refused or the transfer failed, 2 usage,\n"
+      "            3 no connection, login refused, connection dropped or timeout\n");
+}
+
+double Now() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+// Waits for a status event whose code is in `codes`; returns its index or -1 on timeout.
+// Connection loss (event 1) or a failed connect ends the wait with -2.
+int WaitEvent(const std::vector<long>& codes, size_t from, double timeout, long* code, std::string* text,
+              size_t* next) {
+  std::unique_lock<std::mutex> lock(g_wait.mu);
+  double end = Now() + timeout;
+  for (;;) {
+    for (size_t i = from; i < g_wait.events.size(); ++i) {
+      long c = g_wait.events[i].first;
+      for (long want : codes)
+        if (c == want) {
+          *code = c;
+          *text = g_wait.events[i].second;
+          *next = i + 1;
+          return static_cast<int>(i);
+        }
+      if (c == QXNET_EV_SOCKET_ERROR || c == QXNET_EV_CONNECT_FAILED) {
+        *code = c;
+        *text = g_wait.events[i].second;
+        *next = i + 1;
+        return -2;
+      }
+    }
+    from = g_wait.events.size();
+    if (g_stop || Now() >= end) return -1;
+    g_wait.cv.wait_for(lock, std::chrono::milliseconds(100));
+  }
+}
+
+// Waits for an answer whose command (low 24 bits of the code) is `cmd`.
+bool WaitAnswer(unsigned long cmd, double timeout, long* code, std::string* body) {
+  std::unique_lock<std::mutex> lock(g_wait.mu);
+  double end = Now() + timeout;
+  size_t seen = 0;
+  for (;;) {
+    for (; seen < g_wait.answers.size(); ++seen) {
+      long c = g_wait.answers[seen].first;
+      if ((static_cast<unsigned long>(c) & 0xFFFFFFul) == (cmd & 0xFFFFFFul)) {
+        *code = c;
+        *body = g_wait.answers[seen].second;
+        return true;
+      }
+    }
+    for (auto& e : g_wait.events)
+      if (e.first == QXNET_EV_SOCKET_ERROR) return false;
+    if (g_stop || Now() >= end) return false;
+    g_wait.cv.wait_for(lock, std::chrono::milliseconds(100));
+  }
+}
+
+// The answer's result flag: the code's top byte, signed.
+int AnswerFlag(long code) { return static_cast<int8_t>((static_cast<unsigned long>(code) >> 24) & 0xFF); }
+
+void ProgressBar(const char* what, int pct) {
+  int w = pct < 0 ? 0 : (pct > 100 ? 100 : pct);
+  char bar[41];
+  for (int i = 0; i < 40; ++i) bar[i] = i < w * 40 / 100 ? '#' : ' ';
+  bar[40] = 0;
+  std::fprintf(stderr, "\r%s [%s] %3d%%", what, bar, w);
+  if (w >= 100) std::fprintf(stderr, "\n");
+}
+
+int AttrInt(const std::string& text, const char* name) {
+  size_t p = text.find(std::string(name) + "=\"");
+  if (p == std::string::npos) return -1;
+  return std::atoi(text.c_str() + p + std::strlen(name) + 2);
+}
+
+int RunOperation(long id, int argc, char** argv, int first, double timeout) {
+  std::string op = argv[first];
+  auto arg = [&](int k) -> const char* { return first + k < argc ? argv[first + k] : nullptr; };
+  long code = 0;
+  std::string body;
+  auto answer = [&](unsigned long cmd, long rc) -> int {
+    if (rc != 0) {
+      std::fprintf(stderr, "qxnet: request refused by the library (result %ld)\n", rc);
+      return 1;
+    }
+    if (!WaitAnswer(cmd, timeout, &code, &body)) {
+      std::fprintf(stderr, "qxnet: no answer to %lu (connection dropped or timeout)\n", cmd);
+      return 3;
+    }
+    int flag = AnswerFlag(code);
+    std::printf("answer %lu flag %d\n%s\n", cmd, flag, body.c_str());
+    if (flag < 0) {
+      std::fprintf(stderr, "qxnet: the device refused (flag %d)\n", flag);
+      return 1;
+    }
+    return 0;
+  };
+  if (op == "config" && arg(1) && arg(2)) {
+    unsigned long cmd = std::strtoul(arg(2), nullptr, 10);
+    std::string sub = arg(1);
+    char* text = const_cast<char*>(arg(3) ? arg(3) : "");
+    if (sub == "get") return answer(cmd, QXNet_Loc_GetDVRConfig(id, cmd, 0, text, 0, nullptr));
+    if (sub == "set" && arg(3)) return answer(cmd, QXNet_Loc_SetDVRConfig(id, cmd, 0, text, 0));
+  } else if (op == "reboot") {
+    return answer(14008, QXNet_Loc_RebootDVR(id));
+  } else if (op == "restore") {
+    return answer(14011, QXNet_Loc_RestoreConfig(id));
+  } else if (op == "ptz" && arg(1)) {
+    // PTZ commands have no export of their own: the document goes out as a
+    // PTZ_CONTROL_MESSAGE request; devices do not answer it.
+    long rc = QXNet_Loc_WriteAUXStringEx(id, const_cast<char*>("PTZ_CONTROL_MESSAGE"), 0, 0,
+                                         const_cast<char*>(arg(1)));
+    if (rc != 0) return 1;
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    std::printf("ptz command queued\n");
+    return 0;
+  } else if (op == "userdata" && arg(1)) {
+    std::string sub = arg(1);
+    if (sub == "get") return answer(14034, QXNet_Loc_GetUserData(id, nullptr, nullptr));
+    if (sub == "set" && arg(2)) {
+      std::vector<char> data(arg(2), arg(2) + std::strlen(arg(2)) + 1);
+      return answer(14033, QXNet_Loc_SetUserData(id, data.data(), static_cast<int>(data.size() - 1)));
+    }
+  } else if ((op == "upgrade" && arg(1)) || (op == "config-file" && arg(1) && arg(2))) {
+    bool firmware = op == "upgrade";
+    bool save = !firmware && std::string(arg(1)) == "save";
+    const char* file = firmware ? arg(1) : arg(2);
+    long rc;
+    std::vector<long> codes;
+    const char* what;
+    if (firmware) {
+      rc = QXNet_Loc_Upgrade(id, file);
+      codes = {QXNET_EV_UPGRADE_PROGRESS, QXNET_EV_UPGRADE_FINISHED, QXNET_EV_UPGRADE_FAILED,
+               QXNET_EV_CFGFILE_SET_FAILED};
+      what = "upgrade";
+    } else if (save) {
+      rc = QXNet_Loc_GetConfigFile(id, file);
+      codes = {QXNET_EV_CFGFILE_GET_PROGRESS};
+      what = "config-file save";
+    } else if (std::string(arg(1)) == "load") {
+      rc = QXNet_Loc_SetConfigFile(id, file);
+      codes = {QXNET_EV_CFGFILE_SET_PROGRESS, QXNET_EV_CFGFILE_SET_FINISHED, QXNET_EV_CFGFILE_SET_FAILED};
+      what = "config-file load";
+    } else {
+      Usage();
+      return 2;
+    }
+    if (rc != 0) {
+      std::fprintf(stderr, "qxnet: %s refused (result %ld%s)\n", what, rc,
+                   rc == QXNET_E_FILE ? ": file missing or unreadable" : rc == QXNET_E_BUSY ? ": a transfer is running" : "");
+      return 1;
+    }
+    ProgressBar(what, 0);
+    size_t from = 0;
+    for (;;) {
+      std::string text;
+      int r = WaitEvent(codes, from, timeout, &code, &text, &from);
+      if (r == -1) {
+        std::fprintf(stderr, "\nqxnet: %s timed out\n", what);
+        return 3;
+      }
+      if (r == -2) {
+        std::fprintf(stderr, "\nqxnet: %s: connection lost (%s)\n", what, OneLine(text.c_str()).c_str());
+        return 3;
+      }
+      if (code == QXNET_EV_UPGRADE_PROGRESS || code == QXNET_EV_CFGFILE_SET_PROGRESS) {
+        int start = AttrInt(text, "start"), size = AttrInt(text, "filesize");
+        if (size > 0) ProgressBar(what, static_cast<int>(100.0 * start / size));
+      } else if (code == QXNET_EV_UPGRADE_FINISHED || code == QXNET_EV_CFGFILE_SET_FINISHED) {
+        ProgressBar(what, 100);
+        std::printf("%s finished\n", what);
+        return 0;
+      } else if (code == QXNET_EV_CFGFILE_GET_PROGRESS) {
+        size_t p = text.find("<downProgress>");
+        int pct = p == std::string::npos ? -9 : std::atoi(text.c_str() + p + 14);
+        if (pct == 100) {
+          ProgressBar(what, 100);
+          std::printf("%s finished: %s\n", what, file);
+          return 0;
+        }
+        if (pct < 0) {
+          std::fprintf(stderr, "\nqxnet: %s failed (%s)\n", what, OneLine(text.c_str()).c_str());
+          return 1;
+        }
+        ProgressBar(what, pct);
+      } else {
+        std::fprintf(stderr, "\nqxnet: %s failed: %s\n", what, OneLine(text.c_str()).c_str());
+        return 1;
+      }
+    }
+  }
+  Usage();
+  return 2;
+}
+
+int CmdOperation(int argc, char** argv) {
+  double timeout = 30;
+  int end = argc;
+  for (int i = 5; i + 1 < argc; ++i)
+    if (!std::strcmp(argv[i], "--timeout")) {
+      timeout = std::atof(argv[i + 1]);
+      end = i;
+      break;
+    }
+  if (end < 6) {
+    Usage();
+    return 2;
+  }
+  g_quietEvents = true;
+  QXNet_init();
+  static int user = 0;
+  QXNet_SetStatusEventCallBack(OnStatus, &user);
+  QXNet_SetAuxResponseCallBack(OnAux, &user);
+  long id = QXNet_Loc_LoginDev(argv[1], std::strtoul(argv[2], nullptr, 10), argv[3], argv[4], nullptr);
+  int rc;
+  if (id <= 0) {
+    std::fprintf(stderr, "qxnet: login refused (result %ld)\n", id);
+    rc = 3;
+  } else {
+    long code = 0;
+    std::string text;
+    size_t next = 0;
+    int r = WaitEvent({QXNET_EV_AUTHENTICATED, QXNET_EV_BAD_CREDENTIALS, QXNET_EV_AUTH_FAILED}, 0, 40, &code,
+                      &text, &next);
+    if (r < 0 || code != QXNET_EV_AUTHENTICATED) {
+      std::fprintf(stderr, "qxnet: not logged in (%s)\n", r == -1 ? "timeout" : OneLine(text.c_str()).c_str());
+      rc = 3;
+    } else {
+      rc = RunOperation(id, end, argv, 5, timeout);
+    }
+    QXNet_LogOutDev(id);
+  }
+  QXNet_Free();
+  return rc;
 }
 
 int CmdVersion() {
@@ -171,6 +440,7 @@ int main(int argc, char** argv) {
   std::string cmd = argv[1];
   if (cmd == "version") return CmdVersion();
   if (cmd == "login") return CmdLogin(argc, argv);
+  if (argc >= 6) return CmdOperation(argc, argv);
   Usage();
   return 2;
 }
