@@ -76,8 +76,8 @@ CDevComControl::CDevComControl(CNetSDKFunc* owner)
   std::memset(m_wszFilePath, 0, sizeof(m_wszFilePath));
   std::memset(m_szDownloadFileName, 0, sizeof(m_szDownloadFileName));
   pthread_mutex_init(&m_sendLock, nullptr);
-  // Recursive: a status callback may call back into the session (cancel an upload from
-  // inside its progress event) while the worker holds it.
+  // Recursive, as the critical section it replaces was. The transfer code never holds it
+  // across a send or a status event, so callbacks may call back into the session freely.
   pthread_mutexattr_t attr;
   pthread_mutexattr_init(&attr);
   pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_RECURSIVE);

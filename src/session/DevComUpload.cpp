@@ -31,6 +31,9 @@ const char kCancelText[] =
     "\n\r\n<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<PrivateProto>\n<head>\n<type>20000</type>\n<cmd>20002</cmd>\n"
     "<result>0</result>\n<body>\n<startPos>0</startPos>\n<dataLength>-1</dataLength>\n</body>\n</PrivateProto>";
 const int kShortChunkBuf = 165888;
+// Event texts carry the path: a wide path of 511 characters is up to 2,044 bytes once
+// converted to UTF-8, and it must not be cut out of the middle of the XML.
+const int kEventTextSize = 2600;
 
 class OpGuard {
  public:
@@ -161,14 +164,13 @@ int CDevComControl::CloseUploadHandle() {
   return 0;
 }
 
-
 // The failure event of the running kind (firmware 16, configuration file 81).
 int CDevComControl::UploadFailedEvent() const {
   return m_nUploadKind == 1 ? QXNET_EV_UPGRADE_FAILED : QXNET_EV_CFGFILE_SET_FAILED;
 }
 
 void CDevComControl::OnUploadAnswer(const char* /*code*/, const char* flag) {
-  char text[1200];
+  char text[kEventTextSize];
   int event = -1;
   {
     OpGuard guard(&m_opLock);
@@ -261,7 +263,7 @@ bool CDevComControl::SendUploadStep() {
   int sent = SendData(frame, static_cast<unsigned int>(total));
   delete[] shortBuf;
 
-  char text[1400];
+  char text[kEventTextSize];
   int event = -1;
   bool more = false;
   {
