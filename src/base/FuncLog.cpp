@@ -7,8 +7,8 @@
 #include <cstdio>
 #include <cstring>
 
-QXNetLogSink g_fLogCallBack = nullptr;
-unsigned int g_fLogLevel = 0x0FFFFFFF;
+std::atomic<QXNetLogSink> g_fLogCallBack{nullptr};
+std::atomic<unsigned int> g_fLogLevel{0x0FFFFFFFu};
 
 namespace {
 CFCLog s_theLog;
@@ -78,7 +78,7 @@ int CFCLog::BuildLine(char* line, const char* format, va_list args) {
 }
 
 int CFCLog::Out(unsigned int level, const char* format, va_list args) {
-  if (((g_fLogLevel >> (level % 32)) & 1u) == 0 || !m_bRunning) return 0;
+  if (((g_fLogLevel.load() >> (level % 32)) & 1u) == 0 || !m_bRunning) return 0;
   char line[QXNET_LOG_LINE_SIZE];
   if (BuildLine(line, format, args) != 0) return -100;
   QXNetLogSink cb = g_fLogCallBack;

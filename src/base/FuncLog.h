@@ -15,9 +15,11 @@
 
 typedef void (*QXNetLogSink)(unsigned int level, const char* line);
 
-// Process-wide log settings; they outlive QXNet_Free.
-extern QXNetLogSink g_fLogCallBack;
-extern unsigned int g_fLogLevel;
+// Process-wide log settings; they outlive QXNet_Free. Read by every logging thread and
+// written by the application's thread without a lock: atomic, so that a callback
+// registered while the writer runs is seen whole and without a data race.
+extern std::atomic<QXNetLogSink> g_fLogCallBack;
+extern std::atomic<unsigned int> g_fLogLevel;
 
 struct LogParam {
   unsigned int level;

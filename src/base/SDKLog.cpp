@@ -17,7 +17,7 @@ pthread_mutex_t mlogmutex = PTHREAD_MUTEX_INITIALIZER;
 // The line is built in full and then dropped: this family has no output. The work is
 // kept so that its cost and its locking stay what callers were written against.
 void mlogLevel(int level, const char* format, ...) {
-  if (((g_fLogLevel >> (static_cast<unsigned>(level) % 32)) & 1u) == 0) return;
+  if (((g_fLogLevel.load() >> (static_cast<unsigned>(level) % 32)) & 1u) == 0) return;
   pthread_mutex_lock(&mlogmutex);
   char msg[5120];
   char line[5140];

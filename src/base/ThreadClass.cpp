@@ -87,7 +87,10 @@ int CThreadClass::Kill(int timeoutMs) {
       result = 0;
       break;
     }
-    if (m_bHasHandle.load() && !ThreadStillActive()) {
+    // The alive flag is read first: the end of a run clears the handle before it clears
+    // the alive flag, so a thread that is merely finishing never looks "gone without
+    // its handle cleared" here.
+    if (!ThreadStillActive() && m_bHasHandle.load()) {
       result = 0;
       break;
     }
@@ -101,32 +104,47 @@ int CThreadClass::Kill(int timeoutMs) {
     _SDK_Sleep(10);
   }
 
+  bool cancelled = false;
+  pthread_t h{};
   Lock(kStatusLock);
   if (result == 0 && timeoutMs >= 1 && m_bHasHandle.load()) {
     // The thread did not stop in time: cancel it. It ends at its next cancellation
-    // point; wait a little for that so the object is not freed under it.
-    pthread_t h = m_hThread;
+    // point. From here this Kill owns the handle (the run's end no longer detaches it).
+    h = m_hThread;
     if (pthread_cancel(h) == 0) {
-      struct timespec deadline;
-      clock_gettime(CLOCK_REALTIME, &deadline);
-      deadline.tv_sec += 1;
-      if (pthread_timedjoin_np(h, nullptr, &deadline) != 0) pthread_detach(h);
+      cancelled = true;
       m_bHasHandle = false;
-      m_bAlive = false;
       m_dwThreadId = 0;
     }
-    m_nExited = 1;
   }
   UnLock(kStatusLock);
+
+  if (cancelled) {
+    // Joined without "thread_statusvar" held: a thread that had just left Thread() when
+    // the time ran out needs that lock to finish its run, and must not still be using
+    // the object when Kill returns. One that stays outside any cancellation point for
+    // a second is left behind, detached.
+    struct timespec deadline;
+    clock_gettime(CLOCK_REALTIME, &deadline);
+    deadline.tv_sec += 1;
+    if (pthread_timedjoin_np(h, nullptr, &deadline) != 0) pthread_detach(h);
+    m_bAlive = false;
+    m_nExited = 1;
+  } else if (result == 0 && timeoutMs >= 1) {
+    // No handle left: the run has passed its end (or never began); its last act is
+    // setting the exited flag, which is waited for so that the object is free to go.
+    while (m_nExited.load() == 0 && !m_bAlive.load()) _SDK_Sleep(1);
+    m_nExited = 1;
+  }
   return result;
 }
 
 void* CThreadClass::TheThread(void* self) {
   if (!self) return reinterpret_cast<void*>(-1);
   CThreadClass* t = static_cast<CThreadClass*>(self);
-  t->m_bQuit = false;
-  t->m_nRunning = 1;
-  t->m_nExited = 0;
+  // Start has already set the running state under "thread_statusvar" before creating
+  // this thread. Setting it again here would undo an Exit() or Kill() made between
+  // Start's return and this thread's first instruction, and the run would never stop.
   t->RunThread();
   return nullptr;
 }
@@ -183,12 +201,14 @@ int CThreadClass::Start(int stackSize) {
 int CThreadClass::RunThread() {
   // The creator stores the id (and the handle) right after pthread_create returns.
   while (m_dwThreadId.load() == 0) _SDK_Sleep(20);
+  Lock(kStatusLock);
   if (m_bHasHandle.load()) ReadThreadTime(&m_ftUserStart);
+  UnLock(kStatusLock);
   int result = Thread();
-  ReadThreadTime(&m_ftUserEnd);
   m_bQuit = true;
 
   Lock(kStatusLock);
+  ReadThreadTime(&m_ftUserEnd);
   if (m_bHasHandle.load()) {
     pthread_detach(m_hThread);
     m_bHasHandle = false;
@@ -197,8 +217,11 @@ int CThreadClass::RunThread() {
   m_dwThreadId = 0;
   m_nRunning = 0;
   m_bAlive = false;
-  m_nExited = 1;
   UnLock(kStatusLock);
+  // The exited flag is the run's last touch of the object: Kill(-1) returns on it, and
+  // the object may be restarted or destroyed at once. Set any earlier (under the lock,
+  // as the status changes are), the UnLock above would run on a destroyed registry, and
+  // a Start made meanwhile would see its new run marked exited.
   m_nExited = 1;
   return result;
 }
@@ -298,22 +321,23 @@ int CThreadClass::ReadThreadTime(FILETIME_t* user) {
   return 0;
 }
 
-int CThreadClass::SaveThreadTime() {
-  if (!m_bHasHandle.load()) return -1;
+int CThreadClass::ReadOtherThreadTime(FILETIME_t* user) {
+  // Under "thread_statusvar": the thread detaches itself when its run ends, and its
+  // handle must not be used once it may have gone.
+  Lock(kStatusLock);
+  int rc = -1;
   clockid_t cid;
   struct timespec ts;
-  if (pthread_getcpuclockid(m_hThread, &cid) != 0 || clock_gettime(cid, &ts) != 0) return -1;
-  m_ftUserStart.ticks100ns = static_cast<uint64_t>(ts.tv_sec) * 10000000u + static_cast<uint64_t>(ts.tv_nsec) / 100u;
-  return 0;
+  if (m_bHasHandle.load() && pthread_getcpuclockid(m_hThread, &cid) == 0 && clock_gettime(cid, &ts) == 0) {
+    user->ticks100ns = static_cast<uint64_t>(ts.tv_sec) * 10000000u + static_cast<uint64_t>(ts.tv_nsec) / 100u;
+    rc = 0;
+  }
+  UnLock(kStatusLock);
+  return rc;
 }
 
-int CThreadClass::ShowThreadTime() {
-  if (!m_bHasHandle.load()) return -1;
-  clockid_t cid;
-  struct timespec ts;
-  if (pthread_getcpuclockid(m_hThread, &cid) != 0 || clock_gettime(cid, &ts) != 0) return -1;
-  m_ftUserEnd.ticks100ns = static_cast<uint64_t>(ts.tv_sec) * 10000000u + static_cast<uint64_t>(ts.tv_nsec) / 100u;
-  return 0;
-}
+int CThreadClass::SaveThreadTime() { return ReadOtherThreadTime(&m_ftUserStart); }
+
+int CThreadClass::ShowThreadTime() { return ReadOtherThreadTime(&m_ftUserEnd); }
 
 int CThreadClass::ShowMsg(int, const char*, ...) { return -1; }

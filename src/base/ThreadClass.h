@@ -6,7 +6,11 @@
 //   has to join them and Kill never touches a thread that is gone (all handle changes
 //   happen under the "thread_statusvar" lock).
 // - Kill with a time limit ends an unresponsive thread with pthread_cancel, which takes
-//   effect only at a cancellation point (a sleep, a blocking socket call, poll...).
+//   effect only at a cancellation point (a sleep, a blocking socket call, poll...), and
+//   then joins it for up to a second; a thread that reaches no cancellation point in
+//   that time is left running, detached, and must not outlive the object.
+// - The exited flag is the last thing a run writes to the object: once IsExit() or
+//   Kill(-1) reports the end, the object may be restarted or destroyed.
 // - There are no thread message queues: PostThreadMessageW returns -1 when a thread
 //   exists and 0 otherwise.
 // - Thread times: one CPU clock per thread (pthread_getcpuclockid) with no split between
@@ -94,6 +98,7 @@ class CThreadClass {
   CThreadClass& operator=(const CThreadClass&) = delete;
   bool ThreadStillActive();
   int ReadThreadTime(FILETIME_t* user);
+  int ReadOtherThreadTime(FILETIME_t* user);
   // True from the thread's start until the end of its run: what the STILL_ACTIVE exit
   // code tells on Windows.
   std::atomic<bool> m_bAlive;
