@@ -62,18 +62,23 @@ int CNetSDKFunc::SDK_InitEx(char* monitorIp) {
 
 int CNetSDKFunc::SDK_Cleanup() {
   fLog(0, "[SDK_Cleanup] Netsdk cleanup!\n");
+  // The sessions leave the registry under the lock and are stopped outside it, as in
+  // SDK_LogoutDev: a worker may be inside an application callback that makes a request
+  // (a lookup under this lock); holding the lock while waiting for that worker would
+  // never end. Such a late request now finds no session and gets -103.
+  std::map<long, CDevComControl*> sessions;
   {
     CMutexGuard guard(&m_devLock);
-    // Every worker is asked to stop first, so that the logouts below each return within
-    // one wait step instead of one after another.
-    for (auto& kv : m_devices)
-      if (kv.second) kv.second->RequestStop();
-    for (auto& kv : m_devices) {
-      if (!kv.second) continue;
-      kv.second->LogoutDev();
-      delete kv.second;
-    }
-    m_devices.clear();
+    sessions.swap(m_devices);
+  }
+  // Every worker is asked to stop first, so that the logouts below each return within
+  // one wait step instead of one after another.
+  for (auto& kv : sessions)
+    if (kv.second) kv.second->RequestStop();
+  for (auto& kv : sessions) {
+    if (!kv.second) continue;
+    kv.second->LogoutDev();
+    delete kv.second;
   }
   if (m_nSocketStarted) {
     WSACleanup();

@@ -5,6 +5,7 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <cwchar>
 #include <map>
 
@@ -112,7 +113,8 @@ class CNetSDKFunc : public CThreadClass {
   int m_nSpare1;
   CSearchIPC m_search;
   int m_nSocketStarted;
-  int m_nLastLogout;
+  // Written by every successful logout, and logouts come from any application thread.
+  std::atomic<int> m_nLastLogout;
   int m_nSpare2;
 };
 
