@@ -325,7 +325,10 @@ QXNET_API long QXNet_LoginDev(char* ip, unsigned long port, char* user, char* pa
 /* As QXNet_LoginDev with flag 0; info is passed through untouched. */
 QXNET_API long QXNet_Loc_LoginDev(char* ip, unsigned long port, char* user, char* password,
                                   IP_NET_DVR_DEVICEINFO* info);
-/* Stops the session's worker and closes its connection; 0, or -103 for an unknown id. */
+/* Stops the session's worker and closes its connection; 0, or -103 for an unknown id.
+ * Called from a callback of the same session it would wait for itself: refused with
+ * QXNET_E_BAD_ARG (log out from another thread). QXNet_Free must not be called from a
+ * callback at all. */
 QXNET_API long QXNet_LogOutDev(long loginId);
 QXNET_API long QXNet_Loc_LogoutDev(long loginId);
 /* Registers (or, with a null callback, removes) the status event callback of `user`

@@ -143,6 +143,12 @@ long CNetSDKFunc::SDK_LogoutDev(long id) {
     CMutexGuard guard(&m_devLock);
     auto it = m_devices.find(id);
     if (it != m_devices.end()) {
+      // From the session's own callback the logout would wait for its own worker
+      // forever: refused, the session stays registered.
+      if (it->second && it->second->OnWorkerThread()) {
+        fLog(0, "[SDK_LogoutDev] Logout refused, dev id=%ld called from its own callback \n", id);
+        return QXNET_E_BAD_ARG;
+      }
       dev = it->second;
       m_devices.erase(it);
     }

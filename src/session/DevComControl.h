@@ -64,6 +64,11 @@ class CDevComControl {
   int OnAuthMsgRsp(const char* result);
   static void ThreadFunc(void* self);
   int ThreadProc();
+  // True when called from this session's own worker (inside one of its callbacks): a
+  // logout from there would wait for itself.
+  bool OnWorkerThread() const {
+    return !m_bThreadExited && m_workerId.load() == static_cast<unsigned long>(pthread_self());
+  }
   // Lets the owner stop many sessions at once before waiting for each.
   void RequestStop() { m_bThreadRun = false; }
   // Gives the session a connected socket without a worker (framing tests drive the
@@ -172,6 +177,7 @@ class CDevComControl {
   std::atomic<bool> m_bThreadRun;
   CNetSDKFunc* m_pOwner;
   std::atomic<bool> m_bThreadExited;
+  std::atomic<unsigned long> m_workerId;
   std::atomic<uint32_t> m_nFailCount;
   uint32_t m_nLastAuthTick;
   int32_t m_nLastHeartbeat;

@@ -33,6 +33,7 @@ CDevComControl::CDevComControl(CNetSDKFunc* owner)
       m_bThreadRun(false),
       m_pOwner(owner),
       m_bThreadExited(true),
+      m_workerId(0),
       m_nFailCount(0),
       m_nLastAuthTick(0),
       m_nLastHeartbeat(0),
@@ -149,8 +150,10 @@ void CDevComControl::ThreadFunc(void* self) {
   CDevComControl* dev = static_cast<CDevComControl*>(self);
   fLog(0, "CDevComControl start thread ,this=%p", self);
   dev->m_bThreadExited = false;
+  dev->m_workerId = static_cast<unsigned long>(pthread_self());
   dev->ThreadProc();
   dev->m_bThreadRun = false;
+  dev->m_workerId = 0;
   // Last touch of the object: a waiting logout may free it from here on.
   dev->m_bThreadExited = true;
   fLog(0, "CDevComControl exit thread loop %p", self);

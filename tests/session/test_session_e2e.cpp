@@ -1,6 +1,7 @@
 // Device sessions through the public interface against the device simulator.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <string>
 #include <thread>
@@ -221,4 +222,25 @@ TEST_F(Session, LoginThenImmediateLogoutIsSafe) {
   id_ = 0;
 }
 
+}  // namespace
+
+namespace {
+std::atomic<long> g_selfLogoutResult{1};
+long LogoutFromCallback(long loginId, long code, char*, void*) {
+  if (code == QXNET_EV_AUTHENTICATED) g_selfLogoutResult = QXNet_LogOutDev(loginId);
+  return 0;
+}
+
+TEST_F(Session, LogoutFromTheSessionsOwnCallbackIsRefusedNotHung) {
+  DevSim sim;
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  static int key = 2;
+  ASSERT_EQ(0, QXNet_SetStatusEventCallBack(LogoutFromCallback, &key));
+  ASSERT_GT(Login(sim), 0);
+  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  EXPECT_EQ(g_selfLogoutResult.load(), QXNET_E_BAD_ARG);
+  QXNet_SetStatusEventCallBack(nullptr, &key);
+  // Still registered: the application's own thread logs it out (TearDown).
+}
 }  // namespace
