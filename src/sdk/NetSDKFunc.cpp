@@ -106,18 +106,24 @@ long CNetSDKFunc::SDK_LoginDev(char* ip, unsigned long port, char* user, char* p
     return 0;
   }
   CDevComControl* dev = new CDevComControl(this);
+  long key = reinterpret_cast<long>(dev);
+  // Registered before its worker starts: on loopback the device can answer before this
+  // call returns, and a callback of the new session must already find it.
+  {
+    CMutexGuard guard(&m_devLock);
+    m_devices[key] = dev;
+  }
   if (flag == 0) {
     int rc = dev->LoginDev(ip, static_cast<unsigned int>(port), user ? user : "",
                            password ? password : "", 1);
     if (rc != 0) {
+      {
+        CMutexGuard guard(&m_devLock);
+        m_devices.erase(key);
+      }
       delete dev;
       return rc;
     }
-  }
-  long key = reinterpret_cast<long>(dev);
-  {
-    CMutexGuard guard(&m_devLock);
-    m_devices[key] = dev;
   }
   return key;
 }
