@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "base/FuncLog.h"
+#include "base/LazyBuffer.h"
 #include "base/SDKLog.h"
 #include "base/SDKSocket.h"
 #include "base/SDKThread.h"
@@ -98,17 +99,16 @@ CDevComControl::~CDevComControl() {
   if (m_pUploadFile) std::fclose(m_pUploadFile);
   if (m_pTempFile) std::fclose(m_pTempFile);
   delete m_pFileRecver;
-  std::free(m_pRecvBuf);
-  std::free(m_pWorkBuf);
+  FreeLazyBuffer(m_pRecvBuf, QXNET_RECV_BUF_SIZE);
+  FreeLazyBuffer(m_pWorkBuf, QXNET_WORK_BUF_SIZE);
   pthread_mutex_destroy(&m_sendLock);
   pthread_mutex_destroy(&m_opLock);
 }
 
 int CDevComControl::InitDevCom() {
-  // calloc: the pages of these large buffers are only made resident as frames use them,
-  // which keeps hundreds of idle sessions cheap.
-  if (!m_pRecvBuf) m_pRecvBuf = static_cast<char*>(std::calloc(QXNET_RECV_BUF_SIZE, 1));
-  if (!m_pWorkBuf) m_pWorkBuf = static_cast<char*>(std::calloc(QXNET_WORK_BUF_SIZE, 1));
+  // Pages become resident only as frames use them, which keeps idle sessions cheap.
+  if (!m_pRecvBuf) m_pRecvBuf = AllocLazyBuffer(QXNET_RECV_BUF_SIZE);
+  if (!m_pWorkBuf) m_pWorkBuf = AllocLazyBuffer(QXNET_WORK_BUF_SIZE);
   return 0;
 }
 
