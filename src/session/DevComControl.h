@@ -156,6 +156,9 @@ class CDevComControl {
   void PostStatus(int event, const char* text);
   void PostAux(const char* cmd, const char* result, const char* body);
   void ClearTransferState();
+  // A lost connection ends the transfers that were running on it, with their failure
+  // events: a streaming upload (81) and a configuration-file download (80, "-2").
+  void AbortTransfersOnDisconnect();
   int StartUpload(const char* tag, unsigned int fileType, int kind, const char* path,
                   const wchar_t* widePath);
   void OnUploadAnswer(const char* code, const char* flag);

@@ -251,6 +251,7 @@ void CDevComControl::CloseSocketWithEvent() {
   PostStatus(QXNET_EV_SOCKET_ERROR, text);
   m_nDevStatus = NETSDK_DEV_STATUS_NONE;
   m_nFailCount = 0;
+  AbortTransfersOnDisconnect();
 }
 
 int CDevComControl::CloseSocktFd() {

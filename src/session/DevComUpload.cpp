@@ -18,6 +18,7 @@
 #include "base/Locker.h"
 #include "base/SDKThread.h"
 #include "session/DevComControl.h"
+#include "session/FileRecver.h"
 
 namespace {
 const char kChunkHeader[] =
@@ -162,6 +163,33 @@ int CDevComControl::CloseUploadHandle() {
   ClearTransferState();
   m_nIdle = 1;
   return 0;
+}
+
+void CDevComControl::AbortTransfersOnDisconnect() {
+  // An upload that was streaming cannot go on over a new connection (the device has
+  // forgotten it); one that is only announced waits for its answer as before.
+  bool uploadLost = false;
+  {
+    OpGuard guard(&m_opLock);
+    if (m_nUploading && m_nSending) {
+      fLog(0, "[SendUploadFileData] send upload file data failed, ret=%d \n", -1);
+      if (m_pUploadFile) {
+        std::fclose(m_pUploadFile);
+        m_pUploadFile = nullptr;
+      }
+      ClearTransferState();
+      m_nIdle = 1;
+      uploadLost = true;
+    }
+  }
+  if (uploadLost) PostStatus(QXNET_EV_CFGFILE_SET_FAILED, "send upload file failed.");
+  // The rest of a configuration file does not come over a new connection: the file keeps
+  // what arrived and the download ends as cut short.
+  if (m_pFileRecver) {
+    delete m_pFileRecver;
+    m_pFileRecver = nullptr;
+    PostStatus(QXNET_EV_CFGFILE_GET_PROGRESS, "\n<downProgress>-2</downProgress>\n");
+  }
 }
 
 // The failure event of the running kind (firmware 16, configuration file 81).
