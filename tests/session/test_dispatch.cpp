@@ -165,7 +165,7 @@ const char kAlarmReport[] =
 
 TEST_F(Dispatch, AlarmReportPostsOneEventPerItemAndSwallowsCode24) {
   std::string m = kAlarmReport;
-  dev_->DispatchPayload(m.data(), 0);  // load nothing; OnAlmMsgRsp reads the buffer
+  // OnAlmMsgRsp reads the receive buffer: the report is placed there directly.
   std::memcpy(dev_->RecvBuf(), m.data(), m.size() + 1);
   dev_->OnAlmMsgRsp("CMD_REPORT_ALARM", "");
   auto ev = Capture::Get().Events();
