@@ -259,6 +259,9 @@ TEST(GetMessageHeader, BrokenAlarmReportIsRefusedBeforeParsing) {
   EXPECT_EQ(-1, ReadHeader(msg).rc);
   EXPECT_EQ(-1, ReadHeader(msg, true).rc);
   EXPECT_TRUE(log.Has("xmlutil: GetMessageHeader detect bad ALARM_REPORT_MESSAGE message: " + msg + "\n"));
+  // The two checks look at the whole text: the name in a head field and the quote in the body
+  // are refused just the same.
+  EXPECT_EQ(-1, ReadHeader(PrivateProto("ALARM_REPORT_MESSAGE", "2", "0", "<a v='\"0\"\"'/>")).rc);
   // The stray quote alone, or the name alone, is no reason to refuse.
   EXPECT_EQ(0, ReadHeader(PrivateProto("1", "2", "0", "<a v='ALARM_REPORT_MESSAGE'/>")).rc);
   EXPECT_EQ(0, ReadHeader(PrivateProto("1", "2", "0", "<a v='\"0\"\"'/>")).rc);
