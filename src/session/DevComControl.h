@@ -156,6 +156,10 @@ class CDevComControl {
   void PostStatus(int event, const char* text);
   void PostAux(const char* cmd, const char* result, const char* body);
   void ClearTransferState();
+  // Under m_opLock: closes the upload file, clears the transfer and frees the session.
+  void EndUploadLocked();
+  // Under m_opLock: a streaming upload that cannot go on (logged with the send result).
+  void FailStreamingUploadLocked(int ret);
   // A lost connection ends the transfers that were running on it, with their failure
   // events: a streaming upload (81) and a configuration-file download (80, "-2").
   void AbortTransfersOnDisconnect();

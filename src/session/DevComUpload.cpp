@@ -61,6 +61,20 @@ void CDevComControl::ClearTransferState() {
   ++m_nUploadGen;
 }
 
+void CDevComControl::EndUploadLocked() {
+  if (m_pUploadFile) {
+    std::fclose(m_pUploadFile);
+    m_pUploadFile = nullptr;
+  }
+  ClearTransferState();
+  m_nIdle = 1;
+}
+
+void CDevComControl::FailStreamingUploadLocked(int ret) {
+  fLog(0, "[SendUploadFileData] send upload file data failed, ret=%d \n", ret);
+  EndUploadLocked();
+}
+
 const char* CDevComControl::UploadPathForLog() const {
   static thread_local std::string wide;
   if (m_szFilePath[0]) return m_szFilePath;
@@ -156,12 +170,7 @@ int CDevComControl::CloseUploadHandle() {
   char* buf = new char[2048]();
   std::memcpy(buf, kCancelText, sizeof(kCancelText));
   PutToSendData(NetSDKSendData_t{static_cast<uint32_t>(std::strlen(buf)), buf});
-  if (m_pUploadFile) {
-    std::fclose(m_pUploadFile);
-    m_pUploadFile = nullptr;
-  }
-  ClearTransferState();
-  m_nIdle = 1;
+  EndUploadLocked();
   return 0;
 }
 
@@ -172,13 +181,7 @@ void CDevComControl::AbortTransfersOnDisconnect() {
   {
     OpGuard guard(&m_opLock);
     if (m_nUploading && m_nSending) {
-      fLog(0, "[SendUploadFileData] send upload file data failed, ret=%d \n", -1);
-      if (m_pUploadFile) {
-        std::fclose(m_pUploadFile);
-        m_pUploadFile = nullptr;
-      }
-      ClearTransferState();
-      m_nIdle = 1;
+      FailStreamingUploadLocked(-1);
       uploadLost = true;
     }
   }
@@ -225,18 +228,13 @@ void CDevComControl::OnUploadAnswer(const char* /*code*/, const char* flag) {
       if (m_pUploadFile) return;
     } else {
       fLog(0, "[OnSysControlMsgRsp] dev=%s upload file request failed msgflag=%s \n", m_szDevAddr, flag);
-      if (m_pUploadFile) {
-        std::fclose(m_pUploadFile);
-        m_pUploadFile = nullptr;
-      }
     }
     // Refused, or accepted but the file cannot be opened any more.
     std::snprintf(text, sizeof(text), kOpenFailed, m_nFileType, UploadPathForLog());
     event = UploadFailedEvent();
     // Cleared before the event goes out, so that an application reacting to the failure
     // (a retry from inside the callback) finds the session free.
-    ClearTransferState();
-    m_nIdle = 1;
+    EndUploadLocked();
     m_nUploadKind = -1;
   }
   PostStatus(event, text);
@@ -317,22 +315,11 @@ bool CDevComControl::SendUploadStep() {
       }
       // The transfer is over either way; cleared before the event goes out, so that an
       // application chaining uploads can start the next one from the callback.
-      if (m_pUploadFile) {
-        std::fclose(m_pUploadFile);
-        m_pUploadFile = nullptr;
-      }
-      ClearTransferState();
-      m_nIdle = 1;
+      EndUploadLocked();
     } else if (sent < total) {
-      fLog(0, "[SendUploadFileData] send upload file data failed, ret=%d \n", sent);
-      if (m_pUploadFile) {
-        std::fclose(m_pUploadFile);
-        m_pUploadFile = nullptr;
-      }
       // The kind is cleared before the event is chosen, so a failed chunk of a firmware
       // upload is reported as 81 too; applications rely on that code.
-      ClearTransferState();
-      m_nIdle = 1;
+      FailStreamingUploadLocked(sent);
       std::snprintf(text, sizeof(text), "send upload file failed.");
       event = QXNET_EV_CFGFILE_SET_FAILED;
     } else {
