@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "ops/ops_files.h"
 #include "session/DevComControl.h"
 
 namespace opstest {
@@ -31,11 +32,6 @@ std::string ChunkHeader(int cmd, long startPos, long dataLength);
 
 extern const char kCancelText[];
 
-uint64_t Fnv1a(const std::string& bytes);
-std::string PatternBytes(size_t n, uint32_t seed);
-bool WriteFile(const std::string& path, const std::string& bytes);
-bool ReadFile(const std::string& path, std::string* bytes);
-bool FileExists(const std::string& path);
 // True when this process holds a descriptor open on `path`.
 bool ProcessHoldsOpen(const std::string& path);
 

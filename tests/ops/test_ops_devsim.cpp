@@ -6,12 +6,11 @@
 
 #include <chrono>
 #include <cstdio>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <thread>
 
 #include "devsim_client.h"
+#include "ops/ops_files.h"
 #include "session/capture.h"
 
 using qxtest::Capture;
@@ -19,35 +18,18 @@ using qxtest::DevSim;
 
 namespace {
 
-uint64_t Fnv1a(const std::string& b) {
-  uint64_t h = 1469598103934665603ULL;
-  for (unsigned char c : b) {
-    h ^= c;
-    h *= 1099511628211ULL;
-  }
-  return h;
-}
+using opstest::Fnv1a;
+using opstest::PatternBytes;
 
-std::string Pattern(size_t n, uint32_t seed) {
-  std::string s(n, '\0');
-  uint32_t x = seed * 2654435761u + 1;
-  for (size_t i = 0; i < n; ++i) {
-    x = x * 1664525u + 1013904223u;
-    s[i] = static_cast<char>(x >> 24);
-  }
-  return s;
+// Writes `bytes` to `path`; the test cannot go on without the file.
+void WriteAll(const std::string& path, const std::string& bytes) {
+  ASSERT_TRUE(opstest::WriteFile(path, bytes)) << path;
 }
 
 std::string ReadAll(const std::string& path) {
-  std::ifstream f(path, std::ios::binary);
-  std::stringstream ss;
-  ss << f.rdbuf();
-  return ss.str();
-}
-
-void WriteAll(const std::string& path, const std::string& bytes) {
-  std::ofstream f(path, std::ios::binary);
-  f << bytes;
+  std::string bytes;
+  EXPECT_TRUE(opstest::ReadFile(path, &bytes)) << path;
+  return bytes;
 }
 
 std::string Hex(uint64_t v) {
@@ -131,7 +113,7 @@ TEST_F(OpsDevsim, UserDataIsStoredAndReturned) {
 
 TEST_F(OpsDevsim, FirmwareUploadArrivesByteIdenticalWithProgress) {
   const size_t size = 5 * 1024 * 1024 + 17;
-  std::string bytes = Pattern(size, 7);
+  std::string bytes = PatternBytes(size, 7);
   std::string path = TempFile("fw.bin");
   WriteAll(path, bytes);
   ASSERT_EQ(0, QXNet_Loc_Upgrade(id_, path.c_str()));
@@ -161,7 +143,7 @@ TEST_F(OpsDevsim, ConfigurationFileUploadOfAnEmptyFileEndsAtOnce) {
 TEST_F(OpsDevsim, RefusedUploadIsEvent16AndTheSessionIsFreeAgain) {
   ASSERT_TRUE(sim_->cmdOk("SET upload_mode refuse"));
   std::string path = TempFile("fw.bin");
-  WriteAll(path, Pattern(1000, 1));
+  WriteAll(path, PatternBytes(1000, 1));
   ASSERT_EQ(0, QXNet_Loc_Upgrade(id_, path.c_str()));
   ASSERT_TRUE(Capture::Get().WaitEvent(QXNET_EV_UPGRADE_FAILED, 1, 10000));
   EXPECT_NE(Capture::Get().Events().back().text.find("errormsg=\"can not open input file\""), std::string::npos);
@@ -173,7 +155,7 @@ TEST_F(OpsDevsim, RefusedUploadIsEvent16AndTheSessionIsFreeAgain) {
 
 TEST_F(OpsDevsim, AcceptanceAnsweredTwiceDoesNotRestartTheStream) {
   ASSERT_TRUE(sim_->cmdOk("SET upload_mode twice"));
-  std::string bytes = Pattern(3 * 163840 + 5, 3);
+  std::string bytes = PatternBytes(3 * 163840 + 5, 3);
   std::string path = TempFile("fw.bin");
   WriteAll(path, bytes);
   ASSERT_EQ(0, QXNet_Loc_Upgrade(id_, path.c_str()));
@@ -188,7 +170,7 @@ TEST_F(OpsDevsim, AcceptanceAnsweredTwiceDoesNotRestartTheStream) {
 TEST_F(OpsDevsim, LateAcceptanceAfterCancellationSendsNothing) {
   ASSERT_TRUE(sim_->cmdOk("SET upload_mode late"));
   std::string path = TempFile("fw.bin");
-  WriteAll(path, Pattern(400000, 4));
+  WriteAll(path, PatternBytes(400000, 4));
   ASSERT_EQ(0, QXNet_Loc_Upgrade(id_, path.c_str()));
   ASSERT_TRUE(sim_->waitFor("20000", "20001", 1, 5000));
   EXPECT_EQ(QXNet_Loc_GetUpgradeState(id_), 0);
@@ -205,7 +187,7 @@ TEST_F(OpsDevsim, LateAcceptanceAfterCancellationSendsNothing) {
 
 TEST_F(OpsDevsim, ConnectionDroppedDuringAnUploadIsAFailureEvent) {
   std::string path = TempFile("big.bin");
-  WriteAll(path, Pattern(48u << 20, 5));
+  WriteAll(path, PatternBytes(48u << 20, 5));
   ASSERT_EQ(0, QXNet_Loc_Upgrade(id_, path.c_str()));
   ASSERT_TRUE(Capture::Get().WaitEvent(QXNET_EV_UPGRADE_PROGRESS, 1, 10000));
   ASSERT_TRUE(sim_->cmdOk("CLOSE all"));
@@ -215,14 +197,14 @@ TEST_F(OpsDevsim, ConnectionDroppedDuringAnUploadIsAFailureEvent) {
   // After the reconnect a new upload works.
   ASSERT_TRUE(Capture::Get().WaitEvent(QXNET_EV_AUTHENTICATED, 2, 20000));
   std::string small = TempFile("small.bin");
-  WriteAll(small, Pattern(1000, 6));
+  WriteAll(small, PatternBytes(1000, 6));
   ASSERT_EQ(0, QXNet_Loc_Upgrade(id_, small.c_str()));
   ASSERT_TRUE(Capture::Get().WaitEvent(QXNET_EV_UPGRADE_FINISHED, 1, 10000));
 }
 
 TEST_F(OpsDevsim, ConfigurationFileDownloadIsByteIdentical) {
   std::string src = TempFile("served.cfg");
-  std::string bytes = Pattern(100000, 9);
+  std::string bytes = PatternBytes(100000, 9);
   WriteAll(src, bytes);
   ASSERT_TRUE(sim_->cmdOk("SET dl_file " + src));
   ASSERT_TRUE(sim_->cmdOk("SET dl_chunk 7000"));
