@@ -5,9 +5,12 @@
 #include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <time.h>
 
 #include <atomic>
 #include <cstring>
@@ -124,7 +127,7 @@ int ResolveIPv4(const char* host, uint32_t* addr) {
 bool ParseIPv4(const char* text, uint32_t* addr) {
   if (!text) return false;
   struct in_addr a;
-  if (inet_pton(AF_INET, text, &a) != 1) return false;
+  if (inet_aton(text, &a) == 0) return false;
   *addr = a.s_addr;
   return true;
 }
@@ -133,6 +136,14 @@ long SocketSend(int sock, const void* data, unsigned long len) {
   ssize_t n;
   do {
     n = send(sock, data, len, MSG_NOSIGNAL);
+  } while (n < 0 && errno == EINTR);
+  return static_cast<long>(n);
+}
+
+long SocketSendNoWait(int sock, const void* data, unsigned long len) {
+  ssize_t n;
+  do {
+    n = send(sock, data, len, MSG_NOSIGNAL | MSG_DONTWAIT);
   } while (n < 0 && errno == EINTR);
   return static_cast<long>(n);
 }
@@ -146,3 +157,126 @@ long SocketRecv(int sock, void* data, unsigned long len) {
 }
 
 int CloseSocket(int sock) { return close(sock); }
+
+int CreateTcpSocket() { return socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP); }
+
+int SetSocketOption(int sock, QXSocketOption option, int value) {
+  switch (option) {
+    case QXSO_REUSEADDR:
+      return setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &value, sizeof(value));
+    case QXSO_RCVBUF:
+      return setsockopt(sock, SOL_SOCKET, SO_RCVBUF, &value, sizeof(value));
+    case QXSO_SNDBUF:
+      return setsockopt(sock, SOL_SOCKET, SO_SNDBUF, &value, sizeof(value));
+    case QXSO_LINGER: {
+      struct linger lg;
+      lg.l_onoff = 1;
+      lg.l_linger = value;
+      return setsockopt(sock, SOL_SOCKET, SO_LINGER, &lg, sizeof(lg));
+    }
+    case QXSO_NODELAY:
+      return setsockopt(sock, IPPROTO_TCP, TCP_NODELAY, &value, sizeof(value));
+    case QXSO_KEEPALIVE: {
+      int on = value > 0 ? 1 : 0;
+      if (setsockopt(sock, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof(on)) != 0) return -1;
+      if (!on) return 0;
+      int interval = 5, count = 4;
+      if (setsockopt(sock, IPPROTO_TCP, TCP_KEEPIDLE, &value, sizeof(value)) != 0) return -1;
+      if (setsockopt(sock, IPPROTO_TCP, TCP_KEEPINTVL, &interval, sizeof(interval)) != 0) return -1;
+      return setsockopt(sock, IPPROTO_TCP, TCP_KEEPCNT, &count, sizeof(count));
+    }
+    case QXSO_USER_TIMEOUT: {
+      unsigned int ms = static_cast<unsigned int>(value);
+      return setsockopt(sock, IPPROTO_TCP, TCP_USER_TIMEOUT, &ms, sizeof(ms));
+    }
+  }
+  errno = EINVAL;
+  return -1;
+}
+
+void StartConnect(int sock, uint32_t addrNetOrder, uint16_t port) {
+  struct sockaddr_in addr;
+  std::memset(&addr, 0, sizeof(addr));
+  addr.sin_family = AF_INET;
+  addr.sin_port = htons(port);
+  addr.sin_addr.s_addr = addrNetOrder;
+  connect(sock, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr));
+}
+
+namespace {
+// poll() on the socket and the wake descriptor, restarted on EINTR.
+int PollPair(struct pollfd* p, int wakeFd, int timeoutMs) {
+  p[1].fd = wakeFd;
+  p[1].events = POLLIN;
+  p[1].revents = 0;
+  int rc;
+  do {
+    rc = poll(p, wakeFd >= 0 ? 2 : 1, timeoutMs);
+  } while (rc < 0 && errno == EINTR);
+  return rc;
+}
+}  // namespace
+
+int PollConnectWake(int sock, int wakeFd, int timeoutMs) {
+  if (sock < 0) return -1;
+  struct pollfd p[2];
+  p[0].fd = sock;
+  p[0].events = POLLOUT;
+  p[0].revents = 0;
+  int rc = PollPair(p, wakeFd, timeoutMs);
+  if (rc == 0) return 0;
+  if (rc < 0) return -1;
+  if (p[0].revents == 0) return 2;
+  return PollConnect(sock, 0);
+}
+
+int PollSocketWake(int sock, bool wantRead, bool wantWrite, int wakeFd, int timeoutMs) {
+  if (sock < 0) return QXNET_SOCKET_BROKEN;
+  struct pollfd p[2];
+  p[0].fd = sock;
+  p[0].events = static_cast<short>((wantRead ? POLLIN : 0) | (wantWrite ? POLLOUT : 0));
+  p[0].revents = 0;
+  int rc = PollPair(p, wakeFd, timeoutMs);
+  if (rc == 0) return 0;
+  if (rc < 0) return QXNET_SOCKET_BROKEN;
+  int r = 0;
+  if (p[1].revents & POLLIN) r |= QXPOLL_WAKE;
+  short ev = p[0].revents;
+  if (ev & POLLIN) r |= QXPOLL_READ;
+  if ((ev & POLLOUT) && wantWrite) r |= QXPOLL_WRITE;
+  // An error or hang-up with nothing to read: the receiver learns it from recv when it
+  // reads, a writer from the broken code.
+  if ((ev & (POLLERR | POLLHUP | POLLNVAL)) && !(r & (QXPOLL_READ | QXPOLL_WRITE))) {
+    if (wantRead && !(ev & POLLNVAL)) return r | QXPOLL_READ;
+    return QXNET_SOCKET_BROKEN;
+  }
+  return r;
+}
+
+void ShutdownAndClose(int sock, int drainMs) {
+  if (sock < 0) return;
+  if (shutdown(sock, SHUT_WR) == 0) {
+    // The peer's unread answers would turn the close into a reset that destroys what is
+    // still in flight: read them until the peer closes too.
+    struct timespec t0;
+    clock_gettime(CLOCK_MONOTONIC, &t0);
+    char sink[4096];
+    for (;;) {
+      struct timespec t;
+      clock_gettime(CLOCK_MONOTONIC, &t);
+      long elapsed = (t.tv_sec - t0.tv_sec) * 1000 + (t.tv_nsec - t0.tv_nsec) / 1000000;
+      if (elapsed >= drainMs) break;
+      struct pollfd p;
+      p.fd = sock;
+      p.events = POLLIN;
+      p.revents = 0;
+      int rc = poll(&p, 1, static_cast<int>(drainMs - elapsed));
+      if (rc < 0 && errno == EINTR) continue;
+      if (rc <= 0) break;
+      ssize_t n = recv(sock, sink, sizeof(sink), MSG_DONTWAIT);
+      if (n == 0) break;
+      if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) break;
+    }
+  }
+  close(sock);
+}

@@ -29,15 +29,56 @@ int PollSocketRW(int sock, int timeoutMs);
 // "writable" to poll, so the peer address is checked as well.
 int PollConnect(int sock, int timeoutMs);
 
+// Creates an IPv4 TCP stream socket; -1 on failure (errno set).
+int CreateTcpSocket();
+
+// The socket options a session sets, by name, so that no caller outside this layer needs
+// the socket headers.
+enum QXSocketOption {
+  QXSO_REUSEADDR,     // value 0/1
+  QXSO_RCVBUF,        // bytes
+  QXSO_SNDBUF,        // bytes
+  QXSO_LINGER,        // linger on with this many seconds (0: a close resets at once)
+  QXSO_NODELAY,       // value 0/1
+  QXSO_KEEPALIVE,     // seconds idle before the first probe, then probes every 5 s; 0 = off
+  QXSO_USER_TIMEOUT,  // milliseconds that sent data may stay unacknowledged
+};
+// 0, or -1 with errno set.
+int SetSocketOption(int sock, QXSocketOption option, int value);
+
+// Starts a connect to an IPv4 address (network order) and port (host order) on a
+// non-blocking socket; the outcome is learnt from PollConnect / PollConnectWake.
+void StartConnect(int sock, uint32_t addrNetOrder, uint16_t port);
+
+// As PollConnect, but returns 2 as soon as wakeFd becomes readable (the waiter is being
+// stopped or has work); the wake is not consumed.
+int PollConnectWake(int sock, int wakeFd, int timeoutMs);
+
+// Waits for a socket and a wake descriptor at once. Result bits: QXPOLL_READ (readable,
+// including a peer's close), QXPOLL_WRITE (writable; only asked when wantWrite),
+// QXPOLL_WAKE (wakeFd readable; not consumed); 0 on timeout; QXNET_SOCKET_BROKEN when
+// the socket reports an error or hang-up and nothing to read. A negative timeout waits
+// without limit.
+enum { QXPOLL_READ = 1, QXPOLL_WRITE = 2, QXPOLL_WAKE = 4 };
+int PollSocketWake(int sock, bool wantRead, bool wantWrite, int wakeFd, int timeoutMs);
+
+// Closes a connection without destroying bytes already handed to it: shuts down the
+// sending side (the peer gets everything sent, then end of stream), reads and drops what
+// the peer still sends until it closes or drainMs pass, then closes the descriptor.
+void ShutdownAndClose(int sock, int drainMs);
+
 // Resolves a host name to its first IPv4 address (network order); 0 on success.
 int ResolveIPv4(const char* host, uint32_t* addrNetOrder);
 
-// Parses dotted-quad text (network order result); false when it does not parse.
+// Parses an IPv4 address in any form inet_aton accepts ("127.0.0.1", "127.1", "0x7f.1",
+// a plain number), network order; false when it does not parse.
 bool ParseIPv4(const char* text, uint32_t* addrNetOrder);
 
 // Sends with MSG_NOSIGNAL: a closed peer yields an error, never SIGPIPE.
 long SocketSend(int sock, const void* data, unsigned long len);
 long SocketRecv(int sock, void* data, unsigned long len);
+// Sends what the socket takes now (MSG_DONTWAIT | MSG_NOSIGNAL), restarted on EINTR.
+long SocketSendNoWait(int sock, const void* data, unsigned long len);
 int CloseSocket(int sock);
 
 #endif

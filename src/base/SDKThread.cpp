@@ -57,3 +57,9 @@ int32_t _time32(int32_t* out) {
   if (out) *out = now;
   return now;
 }
+
+int64_t WallClockMs() {
+  struct timespec ts;
+  clock_gettime(CLOCK_REALTIME, &ts);
+  return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
+}

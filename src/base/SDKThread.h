@@ -11,6 +11,9 @@ int _SDK_Sleep(unsigned int ms);
 // Milliseconds of the monotonic clock, truncated to 32 bits: compare with unsigned
 // subtraction (now - then) so that the wrap after 49.7 days is harmless.
 uint32_t GetTickCount();
+// Milliseconds of the wall clock (the clock _time32 reads), for deadlines kept in its
+// whole seconds.
+int64_t WallClockMs();
 // Whole seconds of the wall clock, truncated to 32 bits.
 int32_t _time32(int32_t* out);
 

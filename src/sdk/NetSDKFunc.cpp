@@ -5,6 +5,7 @@
 #include "base/FileOpen.h"
 #include "base/FuncLog.h"
 #include "base/SDKSocket.h"
+#include "sdk/QXNetSDKInternal.h"
 #include "session/DevComControl.h"
 
 CNetSDKFunc::CNetSDKFunc()
@@ -66,20 +67,18 @@ int CNetSDKFunc::SDK_Cleanup() {
   // SDK_LogoutDev: a worker may be inside an application callback that makes a request
   // (a lookup under this lock); holding the lock while waiting for that worker would
   // never end. Such a late request now finds no session and gets -103.
-  std::map<long, CDevComControl*> sessions;
+  std::map<long, DevComPtr> sessions;
   {
     CMutexGuard guard(&m_devLock);
     sessions.swap(m_devices);
   }
-  // Every worker is asked to stop first, so that the logouts below each return within
-  // one wait step instead of one after another.
+  // Every worker is asked to stop first and all of them wind down at once; the waits
+  // below then find them ended: stopping many takes about as long as stopping one.
   for (auto& kv : sessions)
     if (kv.second) kv.second->RequestStop();
-  for (auto& kv : sessions) {
-    if (!kv.second) continue;
-    kv.second->LogoutDev();
-    delete kv.second;
-  }
+  for (auto& kv : sessions)
+    if (kv.second) kv.second->LogoutDev();
+  sessions.clear();
   if (m_nSocketStarted) {
     WSACleanup();
     m_nSocketStarted = 0;
@@ -105,8 +104,8 @@ long CNetSDKFunc::SDK_LoginDev(char* ip, unsigned long port, char* user, char* p
     fLog(0, "[SDK_LoginDev] Dev=%s login refused, input parameter invalid \n", ip ? ip : "(null)");
     return 0;
   }
-  CDevComControl* dev = new CDevComControl(this);
-  long key = reinterpret_cast<long>(dev);
+  DevComPtr dev = std::make_shared<CDevComControl>(this, &g_nReconnect);
+  long key = reinterpret_cast<long>(dev.get());
   // Registered before its worker starts: on loopback the device can answer before this
   // call returns, and a callback of the new session must already find it.
   {
@@ -117,34 +116,31 @@ long CNetSDKFunc::SDK_LoginDev(char* ip, unsigned long port, char* user, char* p
     int rc = dev->LoginDev(ip, static_cast<unsigned int>(port), user ? user : "",
                            password ? password : "", 1);
     if (rc != 0) {
-      {
-        CMutexGuard guard(&m_devLock);
-        m_devices.erase(key);
-      }
-      delete dev;
+      CMutexGuard guard(&m_devLock);
+      m_devices.erase(key);
       return rc;
     }
   }
   return key;
 }
 
-CDevComControl* CNetSDKFunc::FindDevComById(long id, bool remove) {
+DevComPtr CNetSDKFunc::FindDevComById(long id, bool remove) {
   CMutexGuard guard(&m_devLock);
   auto it = m_devices.find(id);
   if (it == m_devices.end()) return nullptr;
-  CDevComControl* dev = it->second;
+  DevComPtr dev = it->second;
   if (remove) m_devices.erase(it);
   return dev;
 }
 
-CDevComControl* CNetSDKFunc::Lookup(long id) {
+DevComPtr CNetSDKFunc::Lookup(long id) {
   CMutexGuard guard(&m_devLock);
   auto it = m_devices.find(id);
   return it == m_devices.end() ? nullptr : it->second;
 }
 
 long CNetSDKFunc::SDK_LogoutDev(long id) {
-  CDevComControl* dev = nullptr;
+  DevComPtr dev;
   {
     CMutexGuard guard(&m_devLock);
     auto it = m_devices.find(id);
@@ -165,7 +161,7 @@ long CNetSDKFunc::SDK_LogoutDev(long id) {
   }
   fLog(0, "[SDK_LogoutDev] Begin logout dev=%s \n", dev->DevAddr());
   dev->LogoutDev();
-  delete dev;
+  dev.reset();
   m_nLastLogout = 0;
   return 0;
 }
@@ -173,7 +169,7 @@ long CNetSDKFunc::SDK_LogoutDev(long id) {
 // Forwarding: a miss logs the refusal with the identifier and returns -103; a hit logs
 // the success text (where there is one) with the session's device address.
 #define QXNET_FORWARD_QUIET(ID, REFUSETEXT, CALL) \
-  CDevComControl* dev = Lookup(ID);               \
+  DevComPtr dev = Lookup(ID);                     \
   if (!dev) {                                     \
     fLog(0, REFUSETEXT, (ID));                    \
     return QXNET_E_NO_DEVICE;                     \
@@ -181,7 +177,7 @@ long CNetSDKFunc::SDK_LogoutDev(long id) {
   return dev->CALL;
 
 #define QXNET_FORWARD(ID, OKTEXT, REFUSETEXT, CALL) \
-  CDevComControl* dev = Lookup(ID);                 \
+  DevComPtr dev = Lookup(ID);                       \
   if (!dev) {                                       \
     fLog(0, REFUSETEXT, (ID));                      \
     return QXNET_E_NO_DEVICE;                       \

@@ -8,14 +8,17 @@
 #include <atomic>
 #include <cwchar>
 #include <map>
+#include <memory>
 
 #include "QXNetSDK.h"
 #include "base/ThreadClass.h"
 #include "search/SearchIPC.h"
+#include "session/SessionSink.h"
 
 class CDevComControl;
+typedef std::shared_ptr<CDevComControl> DevComPtr;
 
-class CNetSDKFunc : public CThreadClass {
+class CNetSDKFunc : public CThreadClass, public ISessionSink {
  public:
   CNetSDKFunc();
   ~CNetSDKFunc() override;
@@ -30,7 +33,9 @@ class CNetSDKFunc : public CThreadClass {
   long SDK_LoginDev(char* ip, unsigned long port, char* user, char* password,
                     IP_NET_DVR_DEVICEINFO* info, int flag);
   long SDK_LogoutDev(long id);
-  CDevComControl* FindDevComById(long id, bool remove);
+  // The session under `id` (null on a miss); with `remove`, the entry leaves the registry
+  // and the caller's reference is the last one the core gave up.
+  DevComPtr FindDevComById(long id, bool remove);
   size_t DeviceCount();
 
   // Forwarding requests.
@@ -77,11 +82,11 @@ class CNetSDKFunc : public CThreadClass {
   long SDK_SetPlayActionEventCallBack(fPlayActionEventCallBack cb, void* user);
 
   // Fan-out, called by the sessions' workers.
-  int OnPostDevStatusMsg(void* dev, int event, char* data);
-  int OnPostAuxRspMsg(void* dev, unsigned int command, int channel, const char* xml);
+  int OnPostDevStatusMsg(void* dev, int event, char* data) override;
+  int OnPostAuxRspMsg(void* dev, unsigned int command, int channel, const char* xml) override;
   void OnFReplayMediaData(void* dev, unsigned long type, unsigned char* buffer, unsigned long length,
-                          void* ext);
-  long OnFRePlayEventCallBack(void* dev, long a, long b, char* text);
+                          void* ext) override;
+  long OnFRePlayEventCallBack(void* dev, long a, long b, char* text) override;
 
   // The auxiliary code: the channel (or the answer's result) folded into the top byte.
   static int32_t FoldAuxCode(unsigned int command, int channel);
@@ -89,8 +94,10 @@ class CNetSDKFunc : public CThreadClass {
   CSearchIPC& Search() { return m_search; }
 
  private:
-  // Looks `id` up under the device lock; the session is used outside the lock.
-  CDevComControl* Lookup(long id);
+  // Looks `id` up under the device lock and takes a reference: the session is used
+  // outside the lock and lives until the last reference is gone, even when a logout
+  // races with the call.
+  DevComPtr Lookup(long id);
 
   pthread_mutex_t m_statusLock;
   pthread_mutex_t m_auxLock;
@@ -108,8 +115,8 @@ class CNetSDKFunc : public CThreadClass {
   std::map<void*, fReplayDataCallBack> m_replayCallbacks;
   // Keyed by login identifier (the session's address; full-width compare on 64-bit hosts,
   // where the low 32 bits alone could collide).
-  std::map<long, CDevComControl*> m_devices;
-  std::map<long, CDevComControl*> m_spareDevices;
+  std::map<long, DevComPtr> m_devices;
+  std::map<long, DevComPtr> m_spareDevices;
   int m_nSpare1;
   CSearchIPC m_search;
   int m_nSocketStarted;

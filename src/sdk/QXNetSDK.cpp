@@ -21,7 +21,7 @@ char g_szSvrDomian[512] = {0};
 char g_szIpAddr[128] = {0};
 int g_nSvrPort = 80;
 int g_nIPType = 16;
-int g_nReconnect = 1;
+std::atomic<int> g_nReconnect{1};
 fSDKLogCallBack g_fSDKLog = nullptr;
 std::string g_strVendorId;
 bool g_bForceSubStream = true;

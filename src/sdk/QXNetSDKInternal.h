@@ -6,6 +6,8 @@
 #include "QXNetSDK.h"
 #include "base/Locker.h"
 
+#include <atomic>
+
 class CNetSDKFunc;
 
 extern CLocker g_lock;
@@ -17,7 +19,7 @@ extern char g_szSvrDomian[512];
 extern char g_szIpAddr[128];
 extern int g_nSvrPort;
 extern int g_nIPType;
-extern int g_nReconnect;
+extern std::atomic<int> g_nReconnect;
 extern fSDKLogCallBack g_fSDKLog;
 extern bool g_bForceSubStream;
 extern bool g_bEnableVerifyPriData;

@@ -14,15 +14,19 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <cstdio>
 #include <cwchar>
 #include <list>
+#include <mutex>
 #include <string>
 
 #include "QXNetSDK.h"
+#include "base/WakeEvent.h"
+#include "session/SessionIo.h"
+#include "session/SessionSink.h"
 
-class CNetSDKFunc;
 class CFileRecver;
 
 // One queued outgoing message; the queue owns `data` (allocated with new[]).
@@ -50,7 +54,9 @@ enum {
 
 class CDevComControl {
  public:
-  explicit CDevComControl(CNetSDKFunc* owner);
+  // `sink` receives the session's events; `autoReconnect` (may be null: on) is read each
+  // time a connect fails.
+  CDevComControl(ISessionSink* sink, const std::atomic<int>* autoReconnect);
   ~CDevComControl();
 
   // ---- lifecycle (DevComSession.cpp)
@@ -69,8 +75,9 @@ class CDevComControl {
   bool OnWorkerThread() const {
     return !m_bThreadExited && m_workerId.load() == static_cast<unsigned long>(pthread_self());
   }
-  // Lets the owner stop many sessions at once before waiting for each.
-  void RequestStop() { m_bThreadRun = false; }
+  // Lets the owner stop many sessions at once before waiting for each: the worker is
+  // woken at once from whatever wait it is in.
+  void RequestStop();
   // Gives the session a connected socket without a worker (framing tests drive the
   // sender and receiver on their own thread).
   void AdoptSocketForTest(int fd) {
@@ -78,7 +85,10 @@ class CDevComControl {
     m_bThreadRun = true;
     m_nDevStatus = NETSDK_DEV_STATUS_CONNECTED;
   }
-  void StopForTest() { m_bThreadRun = false; }
+  void StopForTest() { RequestStop(); }
+  // Puts another socket layer under the connected session (null: the real one). Set it
+  // before the worker starts.
+  void SetIoForTest(ISessionIo* io) { m_pIo = io ? io : &ISessionIo::Default(); }
   uint32_t RecvLen() const { return m_nRecvLen; }
 
   // ---- framing and socket I/O (DevComSocket.cpp)
@@ -87,6 +97,9 @@ class CDevComControl {
   int SocketCanRead(int sock, int timeoutMs);
   int SocketCanWrite(int sock, int timeoutMs);
   int WaitForSock(int mode, int sock, uint32_t startTick, uint32_t timeoutMs);
+  // One probe of WaitForSock, also woken by the wake signal: 1 ready, 0 timeout, 2 woken,
+  // or the broken code.
+  int ProbeSocket(int mode, int sock, int timeoutMs);
   int SleepThread(int durationMs, int stepMs);
   int CloseSocktFd();
   void PutToSendData(NetSDKSendData_t item);
@@ -126,6 +139,9 @@ class CDevComControl {
   // ---- configuration-file download (DevComDownload.cpp)
   int GetConfigFile(const char* path);
   int CheckRetryReqDownload();
+  // Milliseconds until the download re-request falls due (0: due now), -1 when no
+  // download waits for one.
+  int MsUntilRetryReqDownload() const;
   int OnStopDownloadFile(int error, const std::string& text);
 
   // ---- recorder (DevComRecord.cpp)
@@ -150,6 +166,31 @@ class CDevComControl {
  private:
   CDevComControl(const CDevComControl&) = delete;
   CDevComControl& operator=(const CDevComControl&) = delete;
+
+  // ---- worker steps (DevComWorker.cpp)
+  // What the authentication step leaves the turn to do.
+  enum class AuthStep { kNormalTurn, kNextTurn, kReconnect, kEnd };
+  bool ConnectStep();
+  AuthStep AuthenticationStep();
+  AuthStep GiveUpAuthentication();
+  void NormalTurn();
+  // Milliseconds until the next timed duty of the normal turn (heartbeat, authentication
+  // resend, upload step, download retry), at most 10 s.
+  int MsUntilNextDeadline(bool waitingForWritable);
+  int MsUntilHeartbeat() const;
+  bool HeartbeatDue() const;
+  bool UploadTurnDue() const;
+  bool DownloadRetryDue() const;
+  void MarkThreadExited();
+  // Sends the heartbeat when it falls due while a frame is being received, so that a
+  // device trickling bytes cannot hold it back (worker only).
+  void KeepHeartbeatDuringReceive();
+
+  // ---- connect steps (DevComSession.cpp)
+  bool OpenConfiguredSocket();
+  bool ResolveDeviceAddress(uint32_t* ip);
+  bool WaitConnected(int sock, bool haveAddr);
+  bool FinishConnect(int sock);
 
   // Closes the socket with its status event (shared by every close path).
   void CloseSocketWithEvent();
@@ -182,8 +223,19 @@ class CDevComControl {
   uint32_t m_nPort;
   std::atomic<int> m_nDevStatus;
   std::atomic<bool> m_bThreadRun;
-  CNetSDKFunc* m_pOwner;
+  ISessionSink* m_pSink;
+  ISessionIo* m_pIo;
+  const std::atomic<int>* m_pAutoReconnect;
   std::atomic<bool> m_bThreadExited;
+  // Wakes the worker: a request queued, an upload step, a stop.
+  CWakeEvent m_wake;
+  // Signalled when the worker has ended (logout waits on it instead of polling).
+  std::mutex m_exitMutex;
+  std::condition_variable m_exitCond;
+  // True while the worker loop runs the session (not in tests that drive it directly).
+  bool m_bWorkerTurns;
+  // Start of the last upload turn: the next one is due 20 ms after it.
+  uint32_t m_nLastUploadTurnTick;
   std::atomic<unsigned long> m_workerId;
   std::atomic<uint32_t> m_nFailCount;
   uint32_t m_nLastAuthTick;

@@ -4,7 +4,6 @@
 
 #include "base/FuncLog.h"
 #include "base/SDKLog.h"
-#include "sdk/NetSDKFunc.h"
 #include "session/DevComControl.h"
 #include "xml/xmlutil.h"
 
@@ -19,8 +18,8 @@ struct BodyHolder {
 }  // namespace
 
 void CDevComControl::PostAux(const char* cmd, const char* result, const char* body) {
-  if (m_pOwner)
-    m_pOwner->OnPostAuxRspMsg(this, static_cast<unsigned int>(std::atol(cmd)),
+  if (m_pSink)
+    m_pSink->OnPostAuxRspMsg(this, static_cast<unsigned int>(std::atol(cmd)),
                               static_cast<int>(std::atol(result)), body);
 }
 

@@ -120,12 +120,18 @@ void CDevComControl::OnDownloadPortAnswer(const char* flag, const char* body) {
   if (!m_pTempFile) OnStopDownloadFile(-1, "create file error!");
 }
 
+int CDevComControl::MsUntilRetryReqDownload() const {
+  if (m_nIdle || m_nTransferFlag == 0 || m_nUploading) return -1;
+  // Re-requested once more than 5 s have passed since the request, then every 10 s.
+  uint32_t since = m_nRetryState == 0 ? m_nTransferStartTick : m_nLastRetryTick;
+  uint32_t wait = m_nRetryState == 0 ? 5001 : 10001;
+  uint32_t spent = GetTickCount() - since;
+  return spent >= wait ? 0 : static_cast<int>(wait - spent);
+}
+
 int CDevComControl::CheckRetryReqDownload() {
-  if (m_nIdle || m_nTransferFlag == 0 || m_nUploading) return 0;
+  if (MsUntilRetryReqDownload() != 0) return 0;
   uint32_t now = GetTickCount();
-  bool due = (m_nRetryState == 0 && now - m_nTransferStartTick > 5000) ||
-             (m_nRetryState == 1 && now - m_nLastRetryTick > 10000);
-  if (!due) return 0;
   m_nRetryState = 1;
   m_nLastRetryTick = now;
   std::string body = "<REQUEST_PARAM\nFileName = \"" + m_strRemoteFileName + "\"\nStartPos=\"" +

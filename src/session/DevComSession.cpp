@@ -1,11 +1,6 @@
-// Session lifecycle: construction, login and logout, connect, authentication, heartbeat
-// and the worker loop.
-#include <arpa/inet.h>
+// Session lifecycle: construction, login and logout, connect, authentication and
+// heartbeat. The worker loop is in DevComWorker.cpp.
 #include <errno.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -15,8 +10,6 @@
 #include "base/SDKLog.h"
 #include "base/SDKSocket.h"
 #include "base/SDKThread.h"
-#include "sdk/NetSDKFunc.h"
-#include "sdk/QXNetSDKInternal.h"
 #include "session/DevComControl.h"
 #include "session/FileRecver.h"
 #include "xml/xmlutil.h"
@@ -28,12 +21,16 @@ void CopyField(char* dst, size_t size, const char* src) {
 }
 }  // namespace
 
-CDevComControl::CDevComControl(CNetSDKFunc* owner)
+CDevComControl::CDevComControl(ISessionSink* sink, const std::atomic<int>* autoReconnect)
     : m_nPort(0),
       m_nDevStatus(NETSDK_DEV_STATUS_NONE),
       m_bThreadRun(false),
-      m_pOwner(owner),
+      m_pSink(sink),
+      m_pIo(&ISessionIo::Default()),
+      m_pAutoReconnect(autoReconnect),
       m_bThreadExited(true),
+      m_bWorkerTurns(false),
+      m_nLastUploadTurnTick(0),
       m_workerId(0),
       m_nFailCount(0),
       m_nLastAuthTick(0),
@@ -127,16 +124,24 @@ int CDevComControl::LoginDev(const char* ip, unsigned int port, const char* user
   m_bThreadRun = true;
   if (_SDK_ThreadSpawn(&CDevComControl::ThreadFunc, 0x80000, this) != 0) {
     m_bThreadRun = false;
-    m_bThreadExited = true;
+    MarkThreadExited();
     fLog(0, "[LoginDev] task spawn DevComControl failed \n");
     return QXNET_E_SPAWN;
   }
   return 0;
 }
 
-int CDevComControl::LogoutDev() {
+void CDevComControl::RequestStop() {
   m_bThreadRun = false;
-  while (!m_bThreadExited) _SDK_Sleep(10);
+  m_wake.Signal();
+}
+
+int CDevComControl::LogoutDev() {
+  RequestStop();
+  {
+    std::unique_lock<std::mutex> lock(m_exitMutex);
+    m_exitCond.wait(lock, [this] { return m_bThreadExited.load(); });
+  }
   fLog(3, "[LogoutDev] dev=%s logout success \n", m_szDevAddr);
   CloseSocktFd();
   return 0;
@@ -155,8 +160,100 @@ void CDevComControl::ThreadFunc(void* self) {
   dev->m_bThreadRun = false;
   dev->m_workerId = 0;
   // Last touch of the object: a waiting logout may free it from here on.
-  dev->m_bThreadExited = true;
+  dev->MarkThreadExited();
   fLog(0, "CDevComControl exit thread loop %p", self);
+}
+
+
+// The socket options of a session, in their order, with the failure text of each. The
+// receive buffer is 1 MiB although its failure text speaks of 128k; both as they are.
+// Keepalive and the user timeout come last: a device that vanishes without closing
+// (power lost, cable pulled) leaves heartbeats unacknowledged, and the connection then
+// ends after about 30 s and is made again as after any failure.
+namespace {
+struct SessionOption {
+  QXSocketOption option;
+  int value;
+  const char* failText;
+};
+const SessionOption kSessionOptions[] = {
+    {QXSO_REUSEADDR, 1, "[Connect] fail to setsocko SO_REUSEADDR : %s \n"},
+    {QXSO_RCVBUF, 0x100000, "[Connect] fail to set recv buffer to 128k: %s \n"},
+    {QXSO_SNDBUF, 0x20000, "[Connect] fail to set send buffer to 128k: %s \n"},
+    {QXSO_LINGER, 0, "[Connect] fail to setsockt SO_LINGER : %s \n"},
+    {QXSO_NODELAY, 1, "[Connect] fail to setsockt TCP_NODELAY : %s \n"},
+    {QXSO_KEEPALIVE, 10, "[Connect] fail to set keepalive : %s \n"},
+    {QXSO_USER_TIMEOUT, 30000, "[Connect] fail to set user timeout : %s \n"},
+};
+const int kConnectAttempts = 30;
+const uint32_t kConnectWaitMs = 1100;
+}  // namespace
+
+bool CDevComControl::OpenConfiguredSocket() {
+  int sock = CreateTcpSocket();
+  if (sock < 0) {
+    fLog(0, "[Connect] fail to create socket : %s \n", strerror(errno));
+    return false;
+  }
+  fLog(0, "[Connect] success to create socket, new fd = %d \n", sock);
+  m_iSockFd = sock;
+  for (const SessionOption& o : kSessionOptions) {
+    if (SetSocketOption(sock, o.option, o.value) != 0) {
+      fLog(0, o.failText, strerror(errno));
+      CloseSocketWithEvent();
+      return false;
+    }
+  }
+  return true;
+}
+
+// A dotted address (in any form inet_aton takes) is used as written; a host name is
+// resolved and its dotted address replaces the name in the address field.
+bool CDevComControl::ResolveDeviceAddress(uint32_t* ip) {
+  if (ParseIPv4(m_szDevAddr, ip)) return true;
+  if (ResolveIPv4(m_szDevAddr, ip) != 0) return false;
+  char dotted[32];
+  const uint8_t* b = reinterpret_cast<const uint8_t*>(ip);
+  std::snprintf(dotted, sizeof(dotted), "%d.%d.%d.%d", b[0], b[1], b[2], b[3]);
+  fLog(0, "[Connect] host[%s] = ip[%s] \n", m_szDevAddr, dotted);
+  CopyField(m_szDevAddr, sizeof(m_szDevAddr), dotted);
+  return true;
+}
+
+// Up to 30 attempts of 1.1 s each, then a 100 ms pause. A refused or failed connect is
+// not reported by the writability wait, so its attempts run to their timeout. A stop
+// ends the wait at once.
+bool CDevComControl::WaitConnected(int sock, bool haveAddr) {
+  for (int attempt = 0; attempt < kConnectAttempts; ++attempt) {
+    if (!m_bThreadRun) return false;
+    uint32_t t0 = GetTickCount();
+    for (;;) {
+      uint32_t spent = GetTickCount() - t0;
+      if (!m_bThreadRun || spent >= kConnectWaitMs) break;
+      int left = static_cast<int>(kConnectWaitMs - spent);
+      int r = haveAddr ? PollConnectWake(sock, m_wake.Fd(), left) : -1;
+      if (r == 1) return true;
+      if (r == 2) m_wake.Drain();        // a request queued or a stop: look at the flag
+      if (r < 0) m_wake.Wait(left);      // failed: the attempt still runs to its end
+    }
+    SleepThread(100, 100);
+  }
+  return false;
+}
+
+bool CDevComControl::FinishConnect(int sock) {
+  if (SetSocketNoBlock(sock, 0) != 0) {
+    fLog(0, "[Connect] fail to set block socket : %s \n", strerror(errno));
+    CloseSocketWithEvent();
+    return false;
+  }
+  char text[128];
+  std::snprintf(text, sizeof(text), "device[%s] connect socket OK! \n", m_szDevAddr);
+  PostStatus(QXNET_EV_CONNECTED, text);
+  m_nDevStatus = NETSDK_DEV_STATUS_CONNECTED;
+  fLog(0, "[Connect] create socket fd[%d] connect devIP[%s] devPort[%d] success! \n", sock, m_szDevAddr,
+       static_cast<int>(m_nPort));
+  return true;
 }
 
 int CDevComControl::Connect() {
@@ -164,58 +261,10 @@ int CDevComControl::Connect() {
     CloseSocketWithEvent();
     m_nFailCount = 0;
   }
-  int sock = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-  if (sock < 0) {
-    fLog(0, "[Connect] fail to create socket : %s \n", strerror(errno));
-    return -1;
-  }
-  fLog(0, "[Connect] success to create socket, new fd = %d \n", sock);
-  m_iSockFd = sock;
-
-  struct Opt {
-    int level, name;
-    const void* value;
-    socklen_t size;
-    const char* failText;
-  };
-  int one = 1;
-  int rcvbuf = 0x100000;
-  int sndbuf = 0x20000;
-  struct linger lg;
-  lg.l_onoff = 1;
-  lg.l_linger = 0;
-  // The receive buffer is 1 MiB although its failure text speaks of 128k; both as they are.
-  const Opt opts[] = {
-      {SOL_SOCKET, SO_REUSEADDR, &one, sizeof(one), "[Connect] fail to setsocko SO_REUSEADDR : %s \n"},
-      {SOL_SOCKET, SO_RCVBUF, &rcvbuf, sizeof(rcvbuf), "[Connect] fail to set recv buffer to 128k: %s \n"},
-      {SOL_SOCKET, SO_SNDBUF, &sndbuf, sizeof(sndbuf), "[Connect] fail to set send buffer to 128k: %s \n"},
-      {SOL_SOCKET, SO_LINGER, &lg, sizeof(lg), "[Connect] fail to setsockt SO_LINGER : %s \n"},
-      {IPPROTO_TCP, TCP_NODELAY, &one, sizeof(one), "[Connect] fail to setsockt TCP_NODELAY : %s \n"},
-  };
-  for (const Opt& o : opts) {
-    if (setsockopt(sock, o.level, o.name, o.value, o.size) != 0) {
-      fLog(0, o.failText, strerror(errno));
-      CloseSocketWithEvent();
-      return -1;
-    }
-  }
-
-  struct sockaddr_in addr;
-  std::memset(&addr, 0, sizeof(addr));
-  addr.sin_family = AF_INET;
-  addr.sin_port = htons(static_cast<uint16_t>(m_nPort & 0xFFFF));
+  if (!OpenConfiguredSocket()) return -1;
+  int sock = m_iSockFd;
   uint32_t ip = 0;
-  bool haveAddr = ParseIPv4(m_szDevAddr, &ip);
-  if (!haveAddr && ResolveIPv4(m_szDevAddr, &ip) == 0) {
-    char dotted[32];
-    const uint8_t* b = reinterpret_cast<const uint8_t*>(&ip);
-    std::snprintf(dotted, sizeof(dotted), "%d.%d.%d.%d", b[0], b[1], b[2], b[3]);
-    fLog(0, "[Connect] host[%s] = ip[%s] \n", m_szDevAddr, dotted);
-    CopyField(m_szDevAddr, sizeof(m_szDevAddr), dotted);
-    haveAddr = true;
-  }
-  addr.sin_addr.s_addr = ip;
-
+  bool haveAddr = ResolveDeviceAddress(&ip);
   if (SetSocketNoBlock(sock, 1) != 0) {
     fLog(0, "[Connect] fail to set unblock socket : %s \n", strerror(errno));
     CloseSocketWithEvent();
@@ -223,23 +272,8 @@ int CDevComControl::Connect() {
   }
   // A name that does not resolve is not sent anywhere: its attempts run out as for a
   // device that does not answer.
-  if (haveAddr) connect(sock, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr));
-
-  bool connected = false;
-  for (int attempt = 0; attempt < 30; ++attempt) {
-    if (!m_bThreadRun) break;
-    uint32_t t0 = GetTickCount();
-    if (haveAddr && PollConnect(sock, 1100) == 1) {
-      connected = true;
-      break;
-    }
-    // Not connected in this attempt: a refused or failed connect is not reported by the
-    // writability wait, so every attempt runs to its 1.1 s timeout, then a 100 ms pause.
-    while (m_bThreadRun && GetTickCount() - t0 < 1100) _SDK_Sleep(20);
-    SleepThread(100, 100);
-  }
-
-  if (!connected) {
+  if (haveAddr) StartConnect(sock, ip, static_cast<uint16_t>(m_nPort & 0xFFFF));
+  if (!WaitConnected(sock, haveAddr)) {
     char text[128];
     std::snprintf(text, sizeof(text), "device[%s] connect socket failed! \n", m_szDevAddr);
     PostStatus(QXNET_EV_CONNECT_FAILED, text);
@@ -248,33 +282,28 @@ int CDevComControl::Connect() {
     CloseSocktFd();
     return -1;
   }
-  if (SetSocketNoBlock(sock, 0) != 0) {
-    fLog(0, "[Connect] fail to set block socket : %s \n", strerror(errno));
-    CloseSocketWithEvent();
-    return -1;
-  }
-  char text[128];
-  std::snprintf(text, sizeof(text), "device[%s] connect socket OK! \n", m_szDevAddr);
-  PostStatus(QXNET_EV_CONNECTED, text);
-  m_nDevStatus = NETSDK_DEV_STATUS_CONNECTED;
-  fLog(0, "[Connect] create socket fd[%d] connect devIP[%s] devPort[%d] success! \n", sock, m_szDevAddr,
-       static_cast<int>(m_nPort));
-  return 0;
+  return FinishConnect(sock) ? 0 : -1;
+}
+
+namespace {
+const char kAuthBody[] = "<userName>%s</userName>\n<password>%s</password>\n";
 }
 
 int CDevComControl::SendAuthMsgToDev() {
   char body[160];
-  std::snprintf(body, sizeof(body), "<userName>%s</userName>\n<password>%s</password>\n", m_szUser,
-                m_szPassword);
+  std::snprintf(body, sizeof(body), kAuthBody, m_szUser, m_szPassword);
   char msg[1024];
   std::memset(msg, 0, sizeof(msg));
   int len = MakeXMLRequest(msg, sizeof(msg), "10000", "14012", "0", body, -1);
-  mlogLevel(3, "SendAuthMsgToDev msg =%s \n", msg);
+  // A log is no place for credentials: the lines show the body with the password masked.
+  char shown[160];
+  std::snprintf(shown, sizeof(shown), kAuthBody, m_szUser, "***");
+  mlogLevel(3, "SendAuthMsgToDev msg =%s \n", shown);
   int r = SendData(msg, static_cast<unsigned int>(len > 0 ? len : 0));
   if (r < len)
     fLog(1, "[CDevComControl::SendAuthMsgToDev] send auth message failed,return=%d", r);
   else
-    fLog(3, "[CDevComControl::SendAuthMsgToDev] send auth message %s", body);
+    fLog(3, "[CDevComControl::SendAuthMsgToDev] send auth message %s", shown);
   m_nLastAuthTick = GetTickCount();
   return r;
 }
@@ -317,82 +346,3 @@ int CDevComControl::OnAuthMsgRsp(const char* result) {
   return flag;
 }
 
-int CDevComControl::ThreadProc() {
-  m_nFailCount = 0;
-  _time32(&m_nLastHeartbeat);
-  bool needConnect = false;
-  while (m_bThreadRun) {
-    if (m_iSockFd < 0 || needConnect) {
-      needConnect = false;
-      if (Connect() != 0) {
-        m_nDevStatus = NETSDK_DEV_STATUS_NONE;
-        fLog(0, "CDevComControl Connect failed\n");
-        if (g_nReconnect == 0) break;
-        if (SleepThread(8000, 100) != 0) break;
-        continue;
-      }
-    }
-    int st = m_nDevStatus;
-    if (st == NETSDK_DEV_STATUS_CONNECTED || st == NETSDK_DEV_STATUS_SEND_AUTHMSG) {
-      bool giveUp = false;
-      if (GetTickCount() - m_nLastAuthTick > 4999) {
-        if (SendAuthMsgToDev() < 0) {
-          ++m_nFailCount;
-          SleepThread(1000, 100);
-          continue;
-        }
-        m_nDevStatus = NETSDK_DEV_STATUS_SEND_AUTHMSG;
-        giveUp = m_nFailCount > 4;
-      } else if (m_nFailCount > 4) {
-        giveUp = true;
-      } else if (st == NETSDK_DEV_STATUS_CONNECTED) {
-        fLog(0, "CDevComControl:m_nDevStatus < NETSDK_DEV_STATUS_SEND_AUTHMSG \n");
-        SleepThread(2000, 100);
-        continue;
-      }
-      if (giveUp) {
-        char text[128];
-        std::snprintf(text, sizeof(text), "[%s] login failed, not get auth response 5 times.", m_szDevAddr);
-        PostStatus(QXNET_EV_AUTH_FAILED, text);
-        CloseSocketWithEvent();
-        if (!m_bThreadRun) break;
-        needConnect = true;
-        continue;
-      }
-    } else if (st == NETSDK_DEV_STATUS_NONE) {
-      fLog(0, "CDevComControl:m_nDevStatus < NETSDK_DEV_STATUS_SEND_AUTHMSG \n");
-      SleepThread(2000, 100);
-      continue;
-    }
-
-    // Authentication sent or done: the normal turn.
-    SendOneQueued();
-    int32_t now = _time32(nullptr);
-    if (now - m_nLastHeartbeat > 9) SendHeartbeatMsgToDev();
-    int sock = m_iSockFd;
-    int r = PollSocketRW(sock, 100);
-    if (r < 0) {
-      CloseSocketWithEvent();
-      SleepThread(50, 50);
-      continue;
-    }
-    if (r & 1) {
-      if (ReceiveData() == QXNET_SOCKET_BROKEN) {
-        CloseSocketWithEvent();
-        SleepThread(1000, 100);
-      }
-      continue;
-    }
-    if (r & 2) {
-      if (UploadDue()) SendUploadFileData();
-      CheckRetryReqDownload();
-      SleepThread(20, 20);
-      continue;
-    }
-    SleepThread(50, 50);
-    fLog(0, "CDevComControl: select timeout... \n");
-  }
-  if (m_iSockFd >= 0) CloseSocketWithEvent();
-  fLog(0, "CDevComControl:end thread... \n");
-  return 0;
-}

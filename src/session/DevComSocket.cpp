@@ -1,7 +1,6 @@
 // Framing and socket I/O of a session: the sender, the receiver with its header search,
 // the readiness waits, the socket close and the send queue.
 #include <errno.h>
-#include <sys/socket.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -9,7 +8,7 @@
 #include "base/FuncLog.h"
 #include "base/SDKSocket.h"
 #include "base/SDKThread.h"
-#include "sdk/NetSDKFunc.h"
+#include "base/Locker.h"
 #include "session/DevComControl.h"
 #include "session/FrameHeaderSearch.h"
 
@@ -17,18 +16,14 @@ namespace {
 const int kProbeMs = 500;
 const uint32_t kSendDeadlineMs = 5000;
 const uint32_t kRecvDeadlineMs = 3000;  // gives up once more than 2999 ms have passed
+const int kCloseDrainMs = 1000;
+// ProbeSocket: woken by the wake signal, neither ready nor timed out.
+const int kWoken = 2;
 
 // Largest payload that fits the receive buffer with the four zero bytes behind it that
 // the parsers rely on.
 const uint32_t kMaxBufferedPayload = QXNET_RECV_BUF_SIZE - 4;
 
-long SendNoWait(int sock, const char* data, unsigned long len) {
-  long n;
-  do {
-    n = send(sock, data, len, MSG_NOSIGNAL | MSG_DONTWAIT);
-  } while (n < 0 && errno == EINTR);
-  return n;
-}
 }  // namespace
 
 int CDevComControl::SocketCanRead(int sock, int timeoutMs) { return PollSocket(sock, false, timeoutMs); }
@@ -42,26 +37,53 @@ int CDevComControl::SocketCanWrite(int sock, int timeoutMs) {
   return r;
 }
 
+int CDevComControl::ProbeSocket(int mode, int sock, int timeoutMs) {
+  int r = m_pIo->Poll(sock, mode == 0, mode != 0, m_wake.Fd(), timeoutMs);
+  if (r == QXNET_SOCKET_BROKEN) {
+    if (mode != 0) fLog(0, "SocketCanWrite failed, recvcount=%d, err=%d \n ", r, errno);
+    return r;
+  }
+  if (r & QXPOLL_WAKE) m_wake.Drain();
+  if (r & (QXPOLL_READ | QXPOLL_WRITE)) return 1;
+  if (r == 0 && mode != 0) fLog(0, "SocketCanWrite timeout, recvcount=%d, err=%d \n ", r, errno);
+  return r == 0 ? 0 : kWoken;
+}
+
+// Probes of at most 500 ms until the socket is ready, the deadline has passed or the
+// session stops. The deadline is checked before every probe, so bytes that keep
+// trickling in cannot stretch it; a stop or a queued request wakes the probe at once.
 int CDevComControl::WaitForSock(int mode, int sock, uint32_t startTick, uint32_t timeoutMs) {
+  const bool limited = timeoutMs != 0xFFFFFFFFu;
   for (;;) {
     if (!m_bThreadRun) {
       fLog(0, "[WaitForSock] m_bThreadRun == false \n");
       return 0;
     }
-    int r = mode == 0 ? SocketCanRead(sock, kProbeMs) : SocketCanWrite(sock, kProbeMs);
-    if (r != 0) return r;
-    if (timeoutMs != 0xFFFFFFFFu && GetTickCount() - startTick >= timeoutMs) return 0;
+    uint32_t spent = GetTickCount() - startTick;
+    if (limited && spent >= timeoutMs) return 0;
+    int probe = kProbeMs;
+    if (limited && timeoutMs - spent < static_cast<uint32_t>(probe)) probe = static_cast<int>(timeoutMs - spent);
+    if (mode == 0 && m_bWorkerTurns) {
+      KeepHeartbeatDuringReceive();
+      int hb = MsUntilHeartbeat();
+      if (hb < probe) probe = hb;
+    }
+    int r = ProbeSocket(mode, sock, probe);
+    if (r != 0 && r != kWoken) return r;
   }
 }
 
-int CDevComControl::SleepThread(int durationMs, int stepMs) {
+// Waits on the session's wake signal instead of sleeping in steps: the sleep ends the
+// moment the session is stopped. A negative duration returns at once.
+int CDevComControl::SleepThread(int durationMs, int /*stepMs*/) {
   if (!m_bThreadRun) return -1;
-  int step = stepMs > 10 ? stepMs : 10;
+  if (durationMs < 0) return 0;
   uint32_t start = GetTickCount();
   for (;;) {
     if (!m_bThreadRun) return -1;
-    if (GetTickCount() - start > static_cast<uint32_t>(durationMs)) return 0;
-    _SDK_Sleep(static_cast<unsigned int>(step));
+    uint32_t spent = GetTickCount() - start;
+    if (spent > static_cast<uint32_t>(durationMs)) return 0;
+    m_wake.Wait(static_cast<int>(static_cast<uint32_t>(durationMs) - spent + 1));
   }
 }
 
@@ -77,7 +99,7 @@ int CDevComControl::SendData(const char* data, unsigned int length) {
     return -2;
   }
   uint8_t flag[4] = {0x07, 0x03, 0x18, 0x20};
-  long n = SendNoWait(sock, reinterpret_cast<const char*>(flag), 4);
+  long n = m_pIo->Send(sock, reinterpret_cast<const char*>(flag), 4);
   if (n != 4) {
     fLog(0, "[CDevComControl::SendData] m_iSockFd=%d, send flag failed, nSend = %ld \n", sock, n);
     return -3;
@@ -89,7 +111,7 @@ int CDevComControl::SendData(const char* data, unsigned int length) {
   }
   uint8_t len[4] = {static_cast<uint8_t>(length), static_cast<uint8_t>(length >> 8),
                     static_cast<uint8_t>(length >> 16), static_cast<uint8_t>(length >> 24)};
-  n = SendNoWait(sock, reinterpret_cast<const char*>(len), 4);
+  n = m_pIo->Send(sock, reinterpret_cast<const char*>(len), 4);
   if (n != 4) {
     fLog(0, "[CDevComControl::SendData] send data len failed, nSend = %ld \n", n);
     return -5;
@@ -99,17 +121,20 @@ int CDevComControl::SendData(const char* data, unsigned int length) {
   uint32_t start = GetTickCount();
   unsigned int sent = 0;
   while (sent < length && m_bThreadRun) {
-    if (GetTickCount() - start >= kSendDeadlineMs) {
-      while (sent < length && m_bThreadRun) _SDK_Sleep(10);
+    uint32_t spent = GetTickCount() - start;
+    if (spent >= kSendDeadlineMs) {
+      while (m_bThreadRun) m_wake.Wait(-1);
       break;
     }
-    int w = SocketCanWrite(sock, kProbeMs);
+    int probe = kSendDeadlineMs - spent < static_cast<uint32_t>(kProbeMs) ? static_cast<int>(kSendDeadlineMs - spent)
+                                                                         : kProbeMs;
+    int w = ProbeSocket(1, sock, probe);
     if (w < 0) {
       fLog(0, "[CDevComControl::SendData] SocketCanWrite3 failed, err = %d \n", w);
       return w;
     }
-    if (w == 0) continue;
-    n = SendNoWait(sock, data + sent, length - sent);
+    if (w != 1) continue;
+    n = m_pIo->Send(sock, data + sent, length - sent);
     if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) continue;  // raced with the buffer
     if (n < 1) break;
     sent += static_cast<unsigned int>(n);
@@ -118,16 +143,31 @@ int CDevComControl::SendData(const char* data, unsigned int length) {
 }
 
 namespace {
-struct SkipLogCtx {
-  const char* dev;
-  int channel;
-};
+// Bytes skipped while looking for a frame header are logged as one line per run, with
+// the run's length and the last flag rejected: a hostile device sending a megabyte of
+// garbage must not write a log line per byte.
+class SkipRun {
+ public:
+  SkipRun(const char* dev, int channel) : m_dev(dev), m_channel(channel) {}
+  ~SkipRun() { Flush(); }
+  static void OnSkip(void* p, uint32_t flag, int skipped) {
+    SkipRun* r = static_cast<SkipRun*>(p);
+    r->m_flag = flag;
+    r->m_skipped = skipped;
+  }
+  void Flush() {
+    if (m_skipped > 0)
+      fLog(3, "[ReceiveData] Dev=%s, CH[%d], flag[0x%x], recv pack skip data, size=%d\n", m_dev, m_channel,
+           m_flag, m_skipped);
+    m_skipped = 0;
+  }
 
-void LogSkip(void* p, uint32_t flag, int skipped) {
-  SkipLogCtx* c = static_cast<SkipLogCtx*>(p);
-  fLog(3, "[ReceiveData] Dev=%s, CH[%d], flag[0x%x], recv pack skip data, size=%d\n", c->dev, c->channel,
-       flag, skipped);
-}
+ private:
+  const char* m_dev;
+  int m_channel;
+  uint32_t m_flag = 0;
+  int m_skipped = 0;
+};
 }  // namespace
 
 int CDevComControl::ReceiveData() {
@@ -148,7 +188,7 @@ int CDevComControl::ReceiveData() {
   }
 
   CFrameHeaderSearch search;
-  SkipLogCtx ctx = {m_szDevAddr, m_nChannel};
+  SkipRun skipRun(m_szDevAddr, m_nChannel);
   for (;;) {
     if (!m_bThreadRun) {
       // A stop during the search leaves through the bad-length exit.
@@ -163,15 +203,16 @@ int CDevComControl::ReceiveData() {
         fLog(0, "[ReceiveData]: WaitForSock2 failed socketstatus=%d \n", st);
         return st;
       }
-      long n = SocketRecv(sock, bytes + got, static_cast<unsigned long>(8 - got));
+      long n = m_pIo->Recv(sock, bytes + got, static_cast<unsigned long>(8 - got));
       if (n < 1) {
         fLog(0, "[ReceiveData] Dev[%s] recv flag failed, ret=%ld\n", m_szDevAddr, n);
         return QXNET_SOCKET_BROKEN;
       }
       got += static_cast<int>(n);
     }
-    if (search.Feed(bytes, LogSkip, &ctx) == CFrameHeaderSearch::kFound) break;
+    if (search.Feed(bytes, &SkipRun::OnSkip, &skipRun) == CFrameHeaderSearch::kFound) break;
   }
+  skipRun.Flush();
 
   if (search.SkippedInPasses() > 0)
     fLog(2, "[ReceiveData] Dev=%s, CH[%d], recv pack skip data, size=%d\n", m_szDevAddr, m_nChannel,
@@ -203,7 +244,7 @@ int CDevComControl::ReceiveData() {
         fLog(0, "[ReceiveData]: CH=%d, WaitForSock3 failed socketstatus=%d \n", m_nChannel, st);
         return st;
       }
-      long n = SocketRecv(sock, sink, static_cast<unsigned long>(remaining < 16384 ? remaining : 16384));
+      long n = m_pIo->Recv(sock, sink, static_cast<unsigned long>(remaining < 16384 ? remaining : 16384));
       if (n < 1) {
         fLog(0, "%s recv_with_header() recv data error, ret=%ld \n", m_szDevAddr, n);
         return QXNET_SOCKET_BROKEN;
@@ -225,7 +266,7 @@ int CDevComControl::ReceiveData() {
       fLog(0, "[ReceiveData]: CH=%d, WaitForSock3 failed socketstatus=%d \n", m_nChannel, st);
       return st;
     }
-    long n = SocketRecv(sock, m_pRecvBuf + have, length - have);
+    long n = m_pIo->Recv(sock, m_pRecvBuf + have, length - have);
     if (n < 1) {
       fLog(0, "%s recv_with_header() recv data error, ret=%ld \n", m_szDevAddr, n);
       return QXNET_SOCKET_BROKEN;
@@ -238,14 +279,16 @@ int CDevComControl::ReceiveData() {
 }
 
 void CDevComControl::PostStatus(int event, const char* text) {
-  if (m_pOwner) m_pOwner->OnPostDevStatusMsg(this, event, const_cast<char*>(text));
+  if (m_pSink) m_pSink->OnPostDevStatusMsg(this, event, const_cast<char*>(text));
 }
 
 void CDevComControl::CloseSocketWithEvent() {
   int sock = m_iSockFd.exchange(-1);
   if (sock == -1) return;
   fLog(0, "[CloseSocktFd] close socket fd=%d \n", sock);
-  CloseSocket(sock);
+  // Bytes already handed to the socket (the last upload chunks, a request) reach the
+  // device: its sending side is shut and its answers drained before the close.
+  ShutdownAndClose(sock, kCloseDrainMs);
   char text[128];
   std::snprintf(text, sizeof(text), "device[%s]  socket error, fd=%d \n", m_szDevAddr, sock);
   PostStatus(QXNET_EV_SOCKET_ERROR, text);
@@ -260,9 +303,13 @@ int CDevComControl::CloseSocktFd() {
 }
 
 void CDevComControl::PutToSendData(NetSDKSendData_t item) {
-  CMutexGuard guard(&m_sendLock);
-  m_sendList.push_back(item);
-  ++m_nSendCount;
+  {
+    CMutexGuard guard(&m_sendLock);
+    m_sendList.push_back(item);
+    ++m_nSendCount;
+  }
+  // Goes out at once, not at the next timed turn.
+  m_wake.Signal();
 }
 
 int CDevComControl::QueuedCount() {

@@ -222,8 +222,9 @@ void CDevComControl::OnUploadAnswer(const char* /*code*/, const char* flag) {
       m_nBytesSent = 0;
       m_nSending = 1;
       if (m_pUploadFile) std::fclose(m_pUploadFile);
-      // A narrow path is opened "rb+"; a wide one (UploadFileEx) needs read access only.
-      m_pUploadFile = m_szFilePath[0] ? OpenFile(m_szFilePath, "rb+") : OpenWideFile(m_wszFilePath, "rb");
+      // The transfer only reads the file: a read-only configuration file can be sent
+      // (the firmware export checks writability up front, before anything is queued).
+      m_pUploadFile = m_szFilePath[0] ? OpenFile(m_szFilePath, "rb") : OpenWideFile(m_wszFilePath, "rb");
       m_nAcceptTick = GetTickCount();
       if (m_pUploadFile) return;
     } else {

@@ -3,6 +3,8 @@ list(APPEND QXNET_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/FileRecver.cpp
   ${CMAKE_CURRENT_LIST_DIR}/DevComSocket.cpp
   ${CMAKE_CURRENT_LIST_DIR}/DevComSession.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/DevComWorker.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/SessionIo.cpp
   ${CMAKE_CURRENT_LIST_DIR}/DevComDispatch.cpp
   ${CMAKE_CURRENT_LIST_DIR}/DevComRequests.cpp
   ${CMAKE_CURRENT_LIST_DIR}/DevComUpload.cpp

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdint>
 #include <climits>
 #include <string>
 #include <thread>
@@ -345,6 +346,19 @@ TEST_F(LogTest, MlogFamilyHasNoOutput) {
   EXPECT_EQ(mlogInit(name), 0);
   EXPECT_EQ(mlogInit(nullptr), 0);
   EXPECT_EQ(mlogClose(), 0);
+}
+
+// A line whose level the mask drops is not formatted at all: its arguments are never
+// read. A %s argument that is no string shows it (formatting it would crash).
+TEST_F(LogTest, DroppedLevelsAreNotFormatted) {
+  const char* notAString = reinterpret_cast<const char*>(static_cast<uintptr_t>(1));
+  QXNet_SetfcLogCallBackEx(Capture, 2);  // levels 0..2 pass, 3 is dropped
+  EXPECT_EQ(fLog(3, "[ReceiveData] Dev=%s, recv len=%d \n", notAString, 7), 0);
+  mlogLevel(0, "%s", notAString);
+  mlogLevel(3, "%s", notAString);
+  mlog("%s", notAString);
+  QXNet_SetfcLogCallBackEx(Capture, 30);
+  EXPECT_TRUE(Snapshot().empty());
 }
 
 TEST_F(LogTest, MlogFromManyThreads) {

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "sdk/NetSDKFunc.h"
 #include "sdk/QXNetSDKInternal.h"
 #include "session/capture.h"
 
@@ -172,21 +173,21 @@ std::vector<uint32_t> Peer::Flags() {
 void SessionTest::SetUp() {
   qxtest::Capture::Get().Install();
   ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, fds_));
-  dev_ = new CDevComControl(g_pInstance);
+  dev_ = new CDevComControl(g_pInstance, nullptr);
   dev_->AdoptSocketForTest(fds_[0]);
   peer_ = new Peer(fds_[1]);
   qxtest::Capture::Get().Clear();
 }
 
 void SessionTest::TearDown() {
-  if (dev_) {
-    dev_->StopForTest();
-    delete dev_;  // closes fds_[0]
-    dev_ = nullptr;
-  }
+  // The peer goes first, so that the session's close finds it gone and need not wait for it.
+  if (dev_) dev_->StopForTest();
   delete peer_;
   peer_ = nullptr;
   if (fds_[1] >= 0) close(fds_[1]);
+  fds_[1] = -1;
+  delete dev_;  // closes fds_[0]
+  dev_ = nullptr;
 }
 
 bool SessionTest::Flush(size_t total) {

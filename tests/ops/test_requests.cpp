@@ -240,7 +240,7 @@ class CoreRequests : public ::testing::Test {
     id_ = QXNet_LoginDev(ip, 8000, user, pass, 1);
     ASSERT_NE(id_, 0);
     ASSERT_GT(id_, 0);
-    dev_ = g_pInstance->FindDevComById(id_, false);
+    dev_ = g_pInstance->FindDevComById(id_, false).get();
     ASSERT_EQ(reinterpret_cast<long>(dev_), id_);
     ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, fds_));
     dev_->AdoptSocketForTest(fds_[0]);
@@ -248,11 +248,12 @@ class CoreRequests : public ::testing::Test {
     Capture::Get().Clear();
   }
   void TearDown() override {
+    // The peer goes first, so that the session's close finds it gone and need not wait for it.
+    delete peer_;
+    close(fds_[1]);
     if (id_ > 0) {
       EXPECT_EQ(0, QXNet_LogOutDev(id_));  // closes fds_[0]
     }
-    delete peer_;
-    close(fds_[1]);
   }
   std::string SendNext() {
     size_t before = peer_->Count();

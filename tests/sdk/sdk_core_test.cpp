@@ -117,8 +117,8 @@ TEST_F(Core, TwoLoginsGiveTwoIdentifiersEqualToTheirSessions) {
   ASSERT_NE(a, 0);
   ASSERT_NE(b, 0);
   EXPECT_NE(a, b);
-  CDevComControl* da = g_pInstance->FindDevComById(a, false);
-  CDevComControl* db = g_pInstance->FindDevComById(b, false);
+  CDevComControl* da = g_pInstance->FindDevComById(a, false).get();
+  CDevComControl* db = g_pInstance->FindDevComById(b, false).get();
   ASSERT_NE(da, nullptr);
   ASSERT_NE(db, nullptr);
   EXPECT_EQ(reinterpret_cast<long>(da), a);
@@ -140,7 +140,7 @@ TEST_F(Core, LogoutOfUnknownOrTwiceReturnsNoDevice) {
     EXPECT_EQ(CountLog(Format("[SDK_LogoutDev] Logout refused, find dev by id=%ld failed \n", bad)), 2u);
   }
   long id = Register();
-  std::string addr = g_pInstance->FindDevComById(id, false)->DevAddr();
+  std::string addr = g_pInstance->FindDevComById(id, false).get()->DevAddr();
   sdktest::ClearLog();
   EXPECT_EQ(QXNet_LogOutDev(id), 0);
   EXPECT_EQ(CountLog(Format("[SDK_LogoutDev] Begin logout dev=%s \n", addr.c_str())), 1u);
@@ -153,7 +153,7 @@ TEST_F(Core, IdentifiersAreComparedAtFullWidth) {
   long id = Register();
   // Same low 32 bits, different high half: another identifier.
   long twin = id ^ (1L << 40);
-  EXPECT_EQ(g_pInstance->FindDevComById(twin, false), nullptr);
+  EXPECT_EQ(g_pInstance->FindDevComById(twin, false).get(), nullptr);
   EXPECT_EQ(QXNet_LogOutDev(twin), QXNET_E_NO_DEVICE);
   EXPECT_EQ(QXNet_Loc_RebootDVR(twin), QXNET_E_NO_DEVICE);
   long low = static_cast<long>(static_cast<uint32_t>(id));
@@ -168,12 +168,12 @@ TEST_F(Core, IdentifiersAreComparedAtFullWidth) {
 
 TEST_F(Core, FindDevComByIdCanTakeTheSessionOut) {
   long id = Register();
-  CDevComControl* dev = g_pInstance->FindDevComById(id, true);
-  ASSERT_NE(dev, nullptr);
-  EXPECT_EQ(reinterpret_cast<long>(dev), id);
-  EXPECT_EQ(g_pInstance->FindDevComById(id, false), nullptr);
+  DevComPtr dev = g_pInstance->FindDevComById(id, true);
+  ASSERT_NE(dev.get(), nullptr);
+  EXPECT_EQ(reinterpret_cast<long>(dev.get()), id);
+  EXPECT_EQ(g_pInstance->FindDevComById(id, false).get(), nullptr);
   EXPECT_EQ(QXNet_LogOutDev(id), QXNET_E_NO_DEVICE);
-  delete dev;  // the caller owns it now
+  EXPECT_EQ(dev.use_count(), 1);  // the caller holds the last reference now
 }
 
 int ReserveClosedPort() {
@@ -665,7 +665,7 @@ TEST_F(Core, RequestsForAnUnknownIdentifierLogTheirRefusal) {
 TEST_F(Core, RequestsForAKnownIdentifierReachTheSession) {
   long id = Register();
   ASSERT_NE(id, 0);
-  CDevComControl* dev = g_pInstance->FindDevComById(id, false);
+  CDevComControl* dev = g_pInstance->FindDevComById(id, false).get();
   ASSERT_NE(dev, nullptr);
   for (const Route& r : kRoutes) {
     sdktest::ClearLog();
@@ -685,7 +685,7 @@ TEST_F(Core, RequestsForAKnownIdentifierReachTheSession) {
 
 TEST_F(Core, ForwardedResultsAreTheSessionsOwn) {
   long id = Register();
-  CDevComControl* dev = g_pInstance->FindDevComById(id, false);
+  CDevComControl* dev = g_pInstance->FindDevComById(id, false).get();
   ASSERT_NE(dev, nullptr);
   // The progress and state queries have no side effects, so the session can be asked
   // directly for comparison.
@@ -799,7 +799,7 @@ TEST_F(Core, UpgradeChecksTheFileBeforeTheIdentifier) {
   EXPECT_EQ(CountLog(Format("[SDK_UpgradeEx] Upgrade refused, find dev id=%ld failed \n", unknown)), 1u);
   // A known session gets the success text.
   long id = Register();
-  CDevComControl* dev = g_pInstance->FindDevComById(id, false);
+  CDevComControl* dev = g_pInstance->FindDevComById(id, false).get();
   sdktest::ClearLog();
   EXPECT_NE(QXNet_Loc_Upgrade(id, tmpl), QXNET_E_NO_DEVICE);
   EXPECT_EQ(CountLog(Format("[SDK_Upgrade] Upgrade, dev=%s \n", dev->DevAddr())), 1u);

@@ -143,7 +143,7 @@ class Routing : public ::testing::Test {
     EXPECT_STREQ(Short(g_seen[0].method), "LoginDev");
     // The session that logged in is the one registered under its own address.
     EXPECT_EQ(g_seen[0].self, reinterpret_cast<void*>(id));
-    EXPECT_EQ(g_pInstance->FindDevComById(id, false), g_seen[0].self);
+    EXPECT_EQ(g_pInstance->FindDevComById(id, false).get(), g_seen[0].self);
     EXPECT_EQ(g_seen[0].args, args);
     g_seen.clear();
   }

@@ -23,7 +23,7 @@ class Dispatch : public ::testing::Test {
  protected:
   void SetUp() override {
     Capture::Get().Install();
-    dev_ = new CDevComControl(g_pInstance);
+    dev_ = new CDevComControl(g_pInstance, nullptr);
     Capture::Get().Clear();
   }
   void TearDown() override { delete dev_; }

@@ -1,0 +1,21 @@
+// The socket calls a session makes once connected, behind a small interface: the
+// default forwards to the socket layer; tests and the receive-path fuzzer put another
+// in its place (a device whose sends fail, bytes fed from memory).
+#ifndef QXNET_SESSION_SESSIONIO_H
+#define QXNET_SESSION_SESSIONIO_H
+
+class ISessionIo {
+ public:
+  virtual ~ISessionIo() = default;
+  // As send() without blocking and without SIGPIPE: bytes sent, or -1 with errno.
+  virtual long Send(int sock, const void* data, unsigned long len) = 0;
+  // As recv(): bytes read, 0 at the peer's close, -1 on error.
+  virtual long Recv(int sock, void* data, unsigned long len) = 0;
+  // As PollSocketWake (base/SDKSocket.h).
+  virtual int Poll(int sock, bool wantRead, bool wantWrite, int wakeFd, int timeoutMs) = 0;
+
+  // The socket layer itself.
+  static ISessionIo& Default();
+};
+
+#endif
