@@ -7,6 +7,7 @@
 #include "base/SDKSocket.h"
 #include "sdk/QXNetSDKInternal.h"
 #include "session/DevComControl.h"
+#include "session/Protocol.h"
 
 CNetSDKFunc::CNetSDKFunc()
     : CThreadClass(nullptr, 1),
@@ -239,13 +240,13 @@ long CNetSDKFunc::SDK_SetUserData(long id, char* data, int len) {
 long CNetSDKFunc::SDK_RestoreConfig(long id) {
   QXNET_FORWARD(id, "[SDK_RestoreConfig] RestoreConfig, dev=%s \n",
                 "[SDK_RestoreConfig] RestoreConfig refused, find dev id=%ld failed \n",
-                SystemControl(14011, 0, ""));
+                SystemControl(proto::kCmdRestoreConfig, 0, ""));
 }
 
 long CNetSDKFunc::SDK_RebootDVR(long id) {
   QXNET_FORWARD(id, "[SDK_RebootDVR] RebootDVR, dev=%s \n",
                 "[SDK_RebootDVR] RebootDVR refused, find dev id=%ld failed \n",
-                SystemControl(14008, 0, ""));
+                SystemControl(proto::kCmdReboot, 0, ""));
 }
 
 long CNetSDKFunc::SDK_Upgrade(long id, char* path) {

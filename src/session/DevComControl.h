@@ -26,6 +26,7 @@
 #include "base/WakeEvent.h"
 #include "session/SessionIo.h"
 #include "session/SessionSink.h"
+#include "session/Transfers.h"
 
 class CFileRecver;
 
@@ -94,6 +95,9 @@ class CDevComControl {
   // ---- framing and socket I/O (DevComSocket.cpp)
   int SendData(const char* data, unsigned int length);
   int ReceiveData();
+  int FindFrameHeader(int sock, uint32_t start, class CFrameHeaderSearch* search);
+  int CheckFrameLength(int remaining);
+  int ReadFrameBytes(int sock, char* dst, uint32_t want, uint32_t deadlineStart, uint32_t* have);
   int SocketCanRead(int sock, int timeoutMs);
   int SocketCanWrite(int sock, int timeoutMs);
   int WaitForSock(int mode, int sock, uint32_t startTick, uint32_t timeoutMs);
@@ -211,6 +215,10 @@ class CDevComControl {
   // One chunk (or the end header) of the running upload; false when the stream is over
   // for this turn.
   bool SendUploadStep();
+  struct UploadChunk;
+  bool FrameUploadChunk(UploadChunk* c);
+  int FinishUploadLocked(bool sentWhole, int sent, char* text, size_t size);
+  int AfterUploadChunkLocked(const UploadChunk& c, int sent, char* text, size_t size, bool* more);
   const char* UploadPathForLog() const;
   void OnDownloadLengthAnswer();
   void OnDownloadDataAnswer();
@@ -260,39 +268,13 @@ class CDevComControl {
   std::atomic<bool> m_bSerialStarted;
   std::atomic<int> m_nFrontReplay;
 
-  // Transfer state (upload and file download share it).
-  char m_szFilePath[512];
-  wchar_t m_wszFilePath[512];
-  std::atomic<int> m_nUploading;
+  // Transfers: one struct each; the upload and the configuration-file download share the
+  // transfer slot (idle when m_nIdle is 1).
   std::atomic<int> m_nIdle;
-  std::atomic<int> m_nSending;
-  int32_t m_nFileType;
-  // Read by GetUploadProgress on application threads while the worker clears it.
-  std::atomic<int32_t> m_nFileLength;
-  std::atomic<int32_t> m_nBytesSent;
-  int32_t m_nUploadKind;
-  // Bumped whenever the transfer state is reset, so that a chunk send that was under way
-  // outside the lock can tell that its transfer was cancelled or replaced meanwhile.
-  uint32_t m_nUploadGen;
-  uint32_t m_nStartTick1, m_nStartTick2, m_nAcceptTick, m_nLastTransferTick;
-  FILE* m_pUploadFile;
-
-  // Configuration-file download.
-  char m_szDownloadFileName[1024];
-  CFileRecver* m_pFileRecver;
+  UploadTransfer m_upload;
+  ConfigDownload m_cfgDownload;
+  PortDownload m_portDownload;
   const char* m_pCurMsg;
-  // Port-answer machinery. The flag is cleared by application threads (upload start and
-  // cancel) while the worker reads it.
-  std::atomic<int> m_nTransferFlag;
-  uint16_t m_nTransferPort;
-  uint32_t m_nTransferLength;
-  uint32_t m_nTransferStartTick;
-  uint32_t m_nLastRetryTick;
-  int m_nRetryState;
-  uint32_t m_nBytesReceived;
-  FILE* m_pTempFile;
-  std::string m_strTempFileName;
-  std::string m_strRemoteFileName;
 
   // Recorder state.
   int32_t m_nCurChannel;

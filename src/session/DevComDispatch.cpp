@@ -6,6 +6,7 @@
 #include "base/SDKLog.h"
 #include "session/DevComControl.h"
 #include "xml/xmlutil.h"
+#include "session/Protocol.h"
 
 namespace {
 // Owns a body taken with GetMessageBody (freed with delete[]).
@@ -41,7 +42,7 @@ void CDevComControl::ParserRecvData() {
   type[0] = cmd[0] = result[0] = 0;
   int rc = GetMessageHeader(msg, type, sizeof(type), cmd, sizeof(cmd), result, sizeof(result));
   // Media comes many times a second and is never logged here.
-  if (std::strcmp(type, "90000") != 0)
+  if (!proto::IsType(type, proto::kTypeMedia))
     mlogLevel(3, "-----szMsgType = %s,szMsgCode = %s,m_pRecvBuf = %s dev=%s \n", type, cmd, msg, m_szDevAddr);
   if (rc < 0) {
     fLog(3, "[ParserRecvData] dev=%s get message header failed, ret=%d, xml=%s \n", m_szDevAddr, rc, msg);
@@ -50,8 +51,8 @@ void CDevComControl::ParserRecvData() {
   m_pCurMsg = msg;
   BodyHolder body;
 
-  if (std::strcmp(type, "30000") == 0) {
-    if (std::strcmp(cmd, "35003") == 0) {
+  if (proto::IsType(type, proto::kTypeDevice)) {
+    if (proto::IsCmd(cmd, proto::kCmdCameraStatus)) {
       char status[256];
       std::memset(status, 0, sizeof(status));
       if (GetNVRIPCStatus(msg, status, sizeof(status)) == 0) PostStatus(QXNET_EV_IPC_STATUS, status);
@@ -60,29 +61,29 @@ void CDevComControl::ParserRecvData() {
       body.Take(msg);
       PostStatus(QXNET_EV_MESSAGE, const_cast<char*>(body.OrEmpty()));
     }
-  } else if (std::strcmp(type, "20000") == 0) {
+  } else if (proto::IsType(type, proto::kTypeControl)) {
     fLog(0, "recv dev=%s SYSTEM_CONTROL_MESSAGE xml=%s \n", m_szDevAddr, msg);
     long code = std::atol(cmd);
     long flag = std::atol(result);
     if (body.Take(msg)) {
       fLog(3, "[ParserRecvData] Get system control message=\n%s \n", body.p);
-      bool post = code != 20001 && code != 14023;
-      if (code == 20001 && flag < 0) post = true;
+      bool post = code != proto::kCmdFirmwareAnnounce && code != proto::kCmdPortDownload;
+      if (code == proto::kCmdFirmwareAnnounce && flag < 0) post = true;
       if (post) PostAux(cmd, result, body.p);
       OnSysControlMsgRsp(cmd, result, body.p);
-    } else if (code == 20002 && flag < 0) {
+    } else if (code == proto::kCmdFirmwareChunk && flag < 0) {
       PostAux(cmd, result, nullptr);
     } else {
       OnSysControlMsgRsp(cmd, result, "");
     }
-  } else if (std::strcmp(type, "10000") == 0 && std::strcmp(cmd, "14012") == 0) {
+  } else if (proto::IsType(type, proto::kTypeConfig) && proto::IsCmd(cmd, proto::kCmdAuth)) {
     fLog(3, "recv dev=%s USER_AUTH_MESSAGE 2 xml=%s \n", m_szDevAddr, msg);
     OnAuthMsgRsp(result);
-  } else if (std::strcmp(type, "90000") == 0) {
+  } else if (proto::IsType(type, proto::kTypeMedia)) {
     // Media packs and replay parameters belong to the recorder operations, which this
     // build does not have yet: dropped.
     fLog(3, "[ParserRecvData] dev=%s media message cmd=%s dropped \n", m_szDevAddr, cmd);
-  } else if (std::strcmp(type, "40000") == 0 || std::strcmp(type, "10000") == 0) {
+  } else if (proto::IsType(type, proto::kTypeConfigAnswer) || proto::IsType(type, proto::kTypeConfig)) {
     fLog(0, "recv dev=%s SYSTEM_CONFIG_GET_MESSAGE xml=%s\n", m_szDevAddr, msg);
     body.Take(msg);
     PostAux(cmd, result, body.OrEmpty());
@@ -95,12 +96,12 @@ void CDevComControl::ParserRecvData() {
 }
 
 int CDevComControl::OnAuthMsgRsp(const char* cmd, const char* result) {
-  if (!cmd || std::strcmp(cmd, "14012") != 0) return 0;
+  if (!proto::IsCmd(cmd, proto::kCmdAuth)) return 0;
   return OnAuthMsgRsp(result);
 }
 
 void CDevComControl::OnAlmMsgRsp(const char* code, const char* /*body*/) {
-  if (!code || std::strcmp(code, "CMD_REPORT_ALARM") != 0) return;
+  if (!proto::IsType(code, proto::kCodeAlarmReport)) return;
   ALARM_ITEM* items = nullptr;
   int n = GetAlarmList(m_pRecvBuf, &items);
   for (int i = 0; i < n; ++i) PostStatus(QXNET_EV_ALARM, reinterpret_cast<char*>(&items[i]));

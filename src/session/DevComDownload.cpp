@@ -14,18 +14,19 @@
 #include "session/DevComControl.h"
 #include "session/FileRecver.h"
 #include "xml/xmlutil.h"
+#include "session/Protocol.h"
 
 int CDevComControl::GetConfigFile(const char* path) {
   if (!path) return QXNET_E_MISSING_ARG;
-  if (std::strlen(path) >= sizeof(m_szDownloadFileName)) return QXNET_E_BAD_ARG;
+  if (std::strlen(path) >= sizeof(m_cfgDownload.fileName)) return QXNET_E_BAD_ARG;
   {
     // The worker reads the name when the length answer arrives.
     CMutexGuard guard(&m_opLock);
-    std::memset(m_szDownloadFileName, 0, sizeof(m_szDownloadFileName));
-    std::memcpy(m_szDownloadFileName, path, std::strlen(path));
-    mlogLevel(3, "GetConfigFile = %s \n", m_szDownloadFileName);
+    std::memset(m_cfgDownload.fileName, 0, sizeof(m_cfgDownload.fileName));
+    std::memcpy(m_cfgDownload.fileName, path, std::strlen(path));
+    mlogLevel(3, "GetConfigFile = %s \n", m_cfgDownload.fileName);
   }
-  return WriteAUXStringEx("20000", 20006, 0, "");
+  return WriteAUXStringEx(proto::kTypeControl, proto::kCmdConfigFileGet, 0, "");
 }
 
 void CDevComControl::OnDownloadLengthAnswer() {
@@ -33,10 +34,10 @@ void CDevComControl::OnDownloadLengthAnswer() {
   int length = 0;
   if (GetFileTransportLength(m_pCurMsg, &length) != 0) return;
   // A second announcement does not restart a running download.
-  if (m_pFileRecver) return;
+  if (m_cfgDownload.recver) return;
   {
     CMutexGuard guard(&m_opLock);
-    m_pFileRecver = new CFileRecver(m_szDownloadFileName, length);
+    m_cfgDownload.recver = new CFileRecver(m_cfgDownload.fileName, length);
   }
   PostStatus(QXNET_EV_CFGFILE_GET_PROGRESS, "\n<downProgress>0</downProgress>\n");
 }
@@ -54,13 +55,13 @@ void CDevComControl::OnDownloadDataAnswer() {
   long length = 0;
   if (GetConfigPosAndDataLen(t, &pos, &length) != 0) return;
   if (length < 1) {
-    if (!m_pFileRecver) return;
-    delete m_pFileRecver;
-    m_pFileRecver = nullptr;
+    if (!m_cfgDownload.recver) return;
+    delete m_cfgDownload.recver;
+    m_cfgDownload.recver = nullptr;
     PostStatus(QXNET_EV_CFGFILE_GET_PROGRESS, "\n<downProgress>-2</downProgress>\n");
     return;
   }
-  if (!m_pFileRecver) {
+  if (!m_cfgDownload.recver) {
     PostStatus(QXNET_EV_CFGFILE_GET_PROGRESS, "\n<downProgress>-3</downProgress>\n");
     return;
   }
@@ -72,10 +73,10 @@ void CDevComControl::OnDownloadDataAnswer() {
   if (n < static_cast<size_t>(length))
     fLog(0, "[OnSysControlMsgRsp] Dev=%s config data announced %ld bytes, frame carries %zu \n", m_szDevAddr,
          length, n);
-  m_pFileRecver->FeedData(t + dataStart, static_cast<int>(n));
-  if (m_pFileRecver->CheckFinish() != 0) return;
-  delete m_pFileRecver;
-  m_pFileRecver = nullptr;
+  m_cfgDownload.recver->FeedData(t + dataStart, static_cast<int>(n));
+  if (m_cfgDownload.recver->CheckFinish() != 0) return;
+  delete m_cfgDownload.recver;
+  m_cfgDownload.recver = nullptr;
   PostStatus(QXNET_EV_CFGFILE_GET_PROGRESS, "\n<downProgress>100</downProgress>\n");
 }
 
@@ -84,7 +85,7 @@ void CDevComControl::OnDownloadPortAnswer(const char* flag, const char* body) {
     OnStopDownloadFile(-3, "recv download response failed!");
     return;
   }
-  if (m_nIdle || m_nUploading) {
+  if (m_nIdle || m_upload.uploading) {
     fLog(0, "[OnSysControlMsgRsp] Dev=%s Download task got port response but the task has been canceled \n",
          m_szDevAddr);
     return;
@@ -96,35 +97,35 @@ void CDevComControl::OnDownloadPortAnswer(const char* flag, const char* body) {
     OnStopDownloadFile(-2, "recv download response xml data error!");
     return;
   }
-  m_nTransferStartTick = GetTickCount();
-  m_nTransferLength = total;
-  m_nTransferPort = port;
-  m_nTransferFlag = type;
+  m_portDownload.startTick = GetTickCount();
+  m_portDownload.length = total;
+  m_portDownload.port = port;
+  m_portDownload.flag = type;
   if (type == 0) return;
-  if (m_nRetryState == 0) {
-    m_nBytesReceived = 0;
-    if (m_pTempFile) {
-      std::fclose(m_pTempFile);
-      m_pTempFile = nullptr;
-      std::remove(m_strTempFileName.c_str());
-      m_strTempFileName.clear();
+  if (m_portDownload.retryState == 0) {
+    m_portDownload.bytesReceived = 0;
+    if (m_portDownload.tempFile) {
+      std::fclose(m_portDownload.tempFile);
+      m_portDownload.tempFile = nullptr;
+      std::remove(m_portDownload.tempFileName.c_str());
+      m_portDownload.tempFileName.clear();
     }
-  } else if (m_pTempFile) {
+  } else if (m_portDownload.tempFile) {
     fLog(0, "[OnSysControlMsgRsp] Restart download file ok! \n");
     return;
   } else {
-    m_nBytesReceived = 0;
+    m_portDownload.bytesReceived = 0;
   }
-  m_strTempFileName = std::string(m_szFilePath) + ".tmp";
-  m_pTempFile = std::fopen(m_strTempFileName.c_str(), "wb+");
-  if (!m_pTempFile) OnStopDownloadFile(-1, "create file error!");
+  m_portDownload.tempFileName = std::string(m_upload.path) + ".tmp";
+  m_portDownload.tempFile = std::fopen(m_portDownload.tempFileName.c_str(), "wb+");
+  if (!m_portDownload.tempFile) OnStopDownloadFile(-1, "create file error!");
 }
 
 int CDevComControl::MsUntilRetryReqDownload() const {
-  if (m_nIdle || m_nTransferFlag == 0 || m_nUploading) return -1;
+  if (m_nIdle || m_portDownload.flag == 0 || m_upload.uploading) return -1;
   // Re-requested once more than 5 s have passed since the request, then every 10 s.
-  uint32_t since = m_nRetryState == 0 ? m_nTransferStartTick : m_nLastRetryTick;
-  uint32_t wait = m_nRetryState == 0 ? 5001 : 10001;
+  uint32_t since = m_portDownload.retryState == 0 ? m_portDownload.startTick : m_portDownload.lastRetryTick;
+  uint32_t wait = m_portDownload.retryState == 0 ? 5001 : 10001;
   uint32_t spent = GetTickCount() - since;
   return spent >= wait ? 0 : static_cast<int>(wait - spent);
 }
@@ -132,29 +133,29 @@ int CDevComControl::MsUntilRetryReqDownload() const {
 int CDevComControl::CheckRetryReqDownload() {
   if (MsUntilRetryReqDownload() != 0) return 0;
   uint32_t now = GetTickCount();
-  m_nRetryState = 1;
-  m_nLastRetryTick = now;
-  std::string body = "<REQUEST_PARAM\nFileName = \"" + m_strRemoteFileName + "\"\nStartPos=\"" +
-                     std::to_string(m_nBytesReceived) + "\"\n/>";
+  m_portDownload.retryState = 1;
+  m_portDownload.lastRetryTick = now;
+  std::string body = "<REQUEST_PARAM\nFileName = \"" + m_portDownload.remoteFileName + "\"\nStartPos=\"" +
+                     std::to_string(m_portDownload.bytesReceived) + "\"\n/>";
   fLog(0, "[CheckRetryReqDownload] recv downloadfile timeout,request download,write cmd=%s", body.c_str());
   // The re-request repeats the download request of this family: type 20000, cmd 14023.
-  return WriteAUXStringEx("20000", 14023, 0, body.c_str());
+  return WriteAUXStringEx(proto::kTypeControl, proto::kCmdPortDownload, 0, body.c_str());
 }
 
 int CDevComControl::OnStopDownloadFile(int error, const std::string& text) {
   char report[2048];
   std::snprintf(report, sizeof(report),
                 "<RESPONSE_PARAM\nRemoteFileName=\"%s\"\nLocalFileName=\"%s\"\nStartPos=\"%d\"\nErrorCode=\"%d\" errormsg=\"%s\" \n/>",
-                m_strRemoteFileName.c_str(), m_strTempFileName.c_str(), static_cast<int>(m_nBytesReceived), error,
+                m_portDownload.remoteFileName.c_str(), m_portDownload.tempFileName.c_str(), static_cast<int>(m_portDownload.bytesReceived), error,
                 text.c_str());
   // Reported as a configuration-download event: the application learns the transfer
   // ended and why.
   PostStatus(QXNET_EV_CFGFILE_GET_PROGRESS, report);
-  if (m_pTempFile) {
-    std::fclose(m_pTempFile);
-    m_pTempFile = nullptr;
+  if (m_portDownload.tempFile) {
+    std::fclose(m_portDownload.tempFile);
+    m_portDownload.tempFile = nullptr;
   }
-  m_nTransferFlag = 0;
-  m_nRetryState = 0;
+  m_portDownload.flag = 0;
+  m_portDownload.retryState = 0;
   return 0;
 }

@@ -11,6 +11,7 @@
 #include "base/FuncLog.h"
 #include "session/DevComControl.h"
 #include "xml/xmlutil.h"
+#include "session/Protocol.h"
 
 int CDevComControl::WriteAUXStringEx(const char* type, unsigned long cmd, unsigned long result,
                                      const char* body) {
@@ -31,20 +32,20 @@ int CDevComControl::WriteAUXStringEx(const char* type, unsigned long cmd, unsign
 
 // Both directions are the same request: the device tells them apart by the code.
 int CDevComControl::GetDVRConfig(unsigned long cmd, long /*channel*/, void* buf, unsigned long /*size*/) {
-  return WriteAUXStringEx("10000", cmd, 0, static_cast<const char*>(buf));
+  return WriteAUXStringEx(proto::kTypeConfig, cmd, 0, static_cast<const char*>(buf));
 }
 
 int CDevComControl::SetDVRConfig(unsigned long cmd, long /*channel*/, void* buf, unsigned long /*size*/) {
-  return WriteAUXStringEx("10000", cmd, 0, static_cast<const char*>(buf));
+  return WriteAUXStringEx(proto::kTypeConfig, cmd, 0, static_cast<const char*>(buf));
 }
 
 int CDevComControl::SystemControl(unsigned long cmd, unsigned long result, const char* body) {
-  return WriteAUXStringEx("20000", cmd, result, body);
+  return WriteAUXStringEx(proto::kTypeControl, cmd, result, body);
 }
 
 int CDevComControl::PtzControl(const char* xml) {
   char* buf = new char[QXNET_REQUEST_BUF_SIZE]();
-  int len = MakeXMLRequest(buf, QXNET_REQUEST_BUF_SIZE, "PTZ_CONTROL_MESSAGE", "PTZ_CMD", "0", xml, -1);
+  int len = MakeXMLRequest(buf, QXNET_REQUEST_BUF_SIZE, proto::kTypePtz, proto::kCmdPtz, "0", xml, -1);
   fLog(3, "PtzControl dev=%s,xml=%s \n", m_szDevAddr, buf);
   if (len <= 0) {
     delete[] buf;
@@ -54,10 +55,10 @@ int CDevComControl::PtzControl(const char* xml) {
   return 0;
 }
 
-// "SYSTEM_CONTROL_MESSAGE" in <type> (where SystemControl writes "20000") is what the
-// devices expect for the user-data pair.
+// The user-data pair carries a type of its own (not the control type SystemControl
+// writes): it is what the devices expect.
 int CDevComControl::GetUserData(char* /*buf*/, int* /*len*/) {
-  return WriteAUXStringEx("SYSTEM_CONTROL_MESSAGE", 14034, 0, "");
+  return WriteAUXStringEx(proto::kTypeUserData, proto::kCmdGetUserData, 0, "");
 }
 
 int CDevComControl::SetUserData(char* data, int len) {
@@ -83,14 +84,14 @@ int CDevComControl::SetUserData(char* data, int len) {
     os << doc;
     printed = os.str();
   }
-  return WriteAUXStringEx("SYSTEM_CONTROL_MESSAGE", 14033, 0, printed.c_str());
+  return WriteAUXStringEx(proto::kTypeUserData, proto::kCmdSetUserData, 0, printed.c_str());
 }
 
 void CDevComControl::OnSysControlMsgRsp(const char* code, const char* flag, const char* body) {
   long c = std::atol(code ? code : "");
   long f = std::atol(flag ? flag : "");
   switch (c) {
-    case 14035:
+    case proto::kCmdStartSerial:
       if (f == 0) {
         fLog(0, "[OnSysControlMsgRsp] Dev=%s start serial success \n", m_szDevAddr);
         m_bSerialStarted = true;
@@ -99,23 +100,23 @@ void CDevComControl::OnSysControlMsgRsp(const char* code, const char* flag, cons
         m_bSerialStarted = false;
       }
       break;
-    case 14020:
+    case proto::kCmdCapabilities:
       fLog(0, "[OnSysControlMsgRsp] Get system control string: %s \n", body ? body : "");
       m_nFrontReplay = (body && (std::strstr(body, "+front_replay+") || std::strstr(body, "+ front_replay +")))
                            ? 1
                            : 0;
       break;
-    case 20001:
-    case 20004:
+    case proto::kCmdFirmwareAnnounce:
+    case proto::kCmdConfigFileAnnounce:
       OnUploadAnswer(code, flag);
       break;
-    case 14023:
+    case proto::kCmdPortDownload:
       OnDownloadPortAnswer(flag, body);
       break;
-    case 20006:
+    case proto::kCmdConfigFileGet:
       OnDownloadLengthAnswer();
       break;
-    case 20007:
+    case proto::kCmdConfigFileData:
       OnDownloadDataAnswer();
       break;
     default:

@@ -13,6 +13,7 @@
 #include "session/DevComControl.h"
 #include "session/FileRecver.h"
 #include "xml/xmlutil.h"
+#include "session/Protocol.h"
 
 namespace {
 void CopyField(char* dst, size_t size, const char* src) {
@@ -43,37 +44,14 @@ CDevComControl::CDevComControl(ISessionSink* sink, const std::atomic<int>* autoR
       m_nSendCount(0),
       m_bSerialStarted(false),
       m_nFrontReplay(-1),
-      m_nUploading(0),
       m_nIdle(1),
-      m_nSending(0),
-      m_nFileType(0),
-      m_nFileLength(0),
-      m_nBytesSent(0),
-      m_nUploadKind(0),
-      m_nUploadGen(0),
-      m_nStartTick1(0),
-      m_nStartTick2(0),
-      m_nAcceptTick(0),
-      m_nLastTransferTick(0),
-      m_pUploadFile(nullptr),
-      m_pFileRecver(nullptr),
       m_pCurMsg(nullptr),
-      m_nTransferFlag(0),
-      m_nTransferPort(0),
-      m_nTransferLength(0),
-      m_nTransferStartTick(0),
-      m_nLastRetryTick(0),
-      m_nRetryState(0),
-      m_nBytesReceived(0),
-      m_pTempFile(nullptr),
       m_nCurChannel(0),
       m_nReplayMode(0) {
   std::memset(m_szDevAddr, 0, sizeof(m_szDevAddr));
   std::memset(m_szUser, 0, sizeof(m_szUser));
   std::memset(m_szPassword, 0, sizeof(m_szPassword));
-  std::memset(m_szFilePath, 0, sizeof(m_szFilePath));
-  std::memset(m_wszFilePath, 0, sizeof(m_wszFilePath));
-  std::memset(m_szDownloadFileName, 0, sizeof(m_szDownloadFileName));
+  m_upload.Reset();
   pthread_mutex_init(&m_sendLock, nullptr);
   // Recursive, as the critical section it replaces was. The transfer code never holds it
   // across a send or a status event, so callbacks may call back into the session freely.
@@ -93,9 +71,9 @@ CDevComControl::~CDevComControl() {
     m_sendList.clear();
     m_nSendCount = 0;
   }
-  if (m_pUploadFile) std::fclose(m_pUploadFile);
-  if (m_pTempFile) std::fclose(m_pTempFile);
-  delete m_pFileRecver;
+  if (m_upload.file) std::fclose(m_upload.file);
+  if (m_portDownload.tempFile) std::fclose(m_portDownload.tempFile);
+  delete m_cfgDownload.recver;
   FreeLazyBuffer(m_pRecvBuf, QXNET_RECV_BUF_SIZE);
   FreeLazyBuffer(m_pWorkBuf, QXNET_WORK_BUF_SIZE);
   pthread_mutex_destroy(&m_sendLock);
@@ -294,7 +272,7 @@ int CDevComControl::SendAuthMsgToDev() {
   std::snprintf(body, sizeof(body), kAuthBody, m_szUser, m_szPassword);
   char msg[1024];
   std::memset(msg, 0, sizeof(msg));
-  int len = MakeXMLRequest(msg, sizeof(msg), "10000", "14012", "0", body, -1);
+  int len = MakeXMLRequest(msg, sizeof(msg), proto::kTypeConfig, proto::CmdText(proto::kCmdAuth), "0", body, -1);
   // A log is no place for credentials: the lines show the body with the password masked.
   char shown[160];
   std::snprintf(shown, sizeof(shown), kAuthBody, m_szUser, "***");
@@ -311,7 +289,7 @@ int CDevComControl::SendAuthMsgToDev() {
 int CDevComControl::SendHeartbeatMsgToDev() {
   char msg[1024];
   std::memset(msg, 0, sizeof(msg));
-  int len = MakeXMLRequest(msg, sizeof(msg), "30000", "35001", "0", "", -1);
+  int len = MakeXMLRequest(msg, sizeof(msg), proto::kTypeDevice, proto::CmdText(proto::kCmdHeartbeat), "0", "", -1);
   int r = SendData(msg, static_cast<unsigned int>(len > 0 ? len : 0));
   if (r < len) {
     fLog(1, "[SendHeartbeatMsgToDev] Dev=%s, CH=%d, send heartbeat to device failed!,ret=%d \n", m_szDevAddr,

@@ -170,6 +170,73 @@ class SkipRun {
 };
 }  // namespace
 
+// Reads `want` bytes into dst (or drops them when dst is null) against one deadline. 1
+// when the loop ended (all read, or a stop ended it early: *have tells), else the failed
+// wait's status or the broken code.
+int CDevComControl::ReadFrameBytes(int sock, char* dst, uint32_t want, uint32_t deadlineStart, uint32_t* have) {
+  char sink[16384];
+  *have = 0;
+  while (*have < want && m_bThreadRun) {
+    int st = WaitForSock(0, sock, deadlineStart, kRecvDeadlineMs);
+    if (st <= 0) {
+      fLog(0, "[ReceiveData]: CH=%d, WaitForSock3 failed socketstatus=%d \n", m_nChannel, st);
+      return st;
+    }
+    uint32_t room = want - *have;
+    if (!dst && room > sizeof(sink)) room = sizeof(sink);
+    long n = m_pIo->Recv(sock, dst ? dst + *have : sink, room);
+    if (n < 1) {
+      fLog(0, "%s recv_with_header() recv data error, ret=%ld \n", m_szDevAddr, n);
+      return QXNET_SOCKET_BROKEN;
+    }
+    *have += static_cast<uint32_t>(n);
+  }
+  return 1;
+}
+
+// Reads eight bytes at a time into the header search until a frame header is found: 0,
+// or the code the receiver returns.
+int CDevComControl::FindFrameHeader(int sock, uint32_t start, CFrameHeaderSearch* search) {
+  SkipRun skipRun(m_szDevAddr, m_nChannel);
+  for (;;) {
+    if (!m_bThreadRun) {
+      // A stop during the search leaves through the bad-length exit.
+      fLog(0, "[ReceiveData] Dev=%s, CH[%d], recv bad len=%d \n", m_szDevAddr, m_nChannel, 0);
+      return -4;
+    }
+    uint8_t bytes[8];
+    int got = 0;
+    while (got < 8) {
+      int st = WaitForSock(0, sock, start, kRecvDeadlineMs);
+      if (st <= 0) {
+        fLog(0, "[ReceiveData]: WaitForSock2 failed socketstatus=%d \n", st);
+        return st;
+      }
+      long n = m_pIo->Recv(sock, bytes + got, static_cast<unsigned long>(8 - got));
+      if (n < 1) {
+        fLog(0, "[ReceiveData] Dev[%s] recv flag failed, ret=%ld\n", m_szDevAddr, n);
+        return QXNET_SOCKET_BROKEN;
+      }
+      got += static_cast<int>(n);
+    }
+    if (search->Feed(bytes, &SkipRun::OnSkip, &skipRun) == CFrameHeaderSearch::kFound) return 0;
+  }
+}
+
+// The length tests of a found header: 0 when the rest of the frame may be read.
+int CDevComControl::CheckFrameLength(int remaining) {
+  if (remaining < 1) {
+    fLog(0, "[ReceiveData] Dev=%s, CH[%d], recv bad len=%d \n", m_szDevAddr, m_nChannel, remaining);
+    return -4;
+  }
+  if (remaining > QXNET_MAX_FRAME_LEN) {
+    fLog(0, "[ReceiveData] Dev=%s, CH[%d], recv_with_header() recv bad len=%d \n", m_szDevAddr, m_nChannel,
+         remaining);
+    return -5;
+  }
+  return 0;
+}
+
 int CDevComControl::ReceiveData() {
   int sock = m_iSockFd;
   if (sock < 0) {
@@ -186,34 +253,8 @@ int CDevComControl::ReceiveData() {
     fLog(0, "[ReceiveData]: WaitForSock1 failed socketstatus=%d \n", st);
     return st;
   }
-
   CFrameHeaderSearch search;
-  SkipRun skipRun(m_szDevAddr, m_nChannel);
-  for (;;) {
-    if (!m_bThreadRun) {
-      // A stop during the search leaves through the bad-length exit.
-      fLog(0, "[ReceiveData] Dev=%s, CH[%d], recv bad len=%d \n", m_szDevAddr, m_nChannel, 0);
-      return -4;
-    }
-    uint8_t bytes[8];
-    int got = 0;
-    while (got < 8) {
-      st = WaitForSock(0, sock, start, kRecvDeadlineMs);
-      if (st <= 0) {
-        fLog(0, "[ReceiveData]: WaitForSock2 failed socketstatus=%d \n", st);
-        return st;
-      }
-      long n = m_pIo->Recv(sock, bytes + got, static_cast<unsigned long>(8 - got));
-      if (n < 1) {
-        fLog(0, "[ReceiveData] Dev[%s] recv flag failed, ret=%ld\n", m_szDevAddr, n);
-        return QXNET_SOCKET_BROKEN;
-      }
-      got += static_cast<int>(n);
-    }
-    if (search.Feed(bytes, &SkipRun::OnSkip, &skipRun) == CFrameHeaderSearch::kFound) break;
-  }
-  skipRun.Flush();
-
+  if ((st = FindFrameHeader(sock, start, &search)) != 0) return st;
   if (search.SkippedInPasses() > 0)
     fLog(2, "[ReceiveData] Dev=%s, CH[%d], recv pack skip data, size=%d\n", m_szDevAddr, m_nChannel,
          search.SkippedInPasses());
@@ -221,37 +262,16 @@ int CDevComControl::ReceiveData() {
   uint32_t length = search.Length();
   int prefix = search.PayloadPrefixLength();
   int remaining = static_cast<int>(length - static_cast<uint32_t>(prefix));
-  if (remaining < 1) {
-    fLog(0, "[ReceiveData] Dev=%s, CH[%d], recv bad len=%d \n", m_szDevAddr, m_nChannel, remaining);
-    return -4;
-  }
-  if (remaining > QXNET_MAX_FRAME_LEN) {
-    fLog(0, "[ReceiveData] Dev=%s, CH[%d], recv_with_header() recv bad len=%d \n", m_szDevAddr, m_nChannel,
-         remaining);
-    return -5;
-  }
-
+  if ((st = CheckFrameLength(remaining)) != 0) return st;
   uint32_t deadlineStart = GetTickCount();
   if (length > kMaxBufferedPayload) {
     // Passes the length test but not the 3 MiB receive buffer: the frame is read and
     // dropped, so the stream stays in step and nothing is written past the buffer.
     fLog(0, "[ReceiveData] Dev=%s, CH[%d], recv len=%d exceeds the receive buffer, frame dropped \n",
          m_szDevAddr, m_nChannel, remaining);
-    char sink[16384];
-    while (remaining > 0 && m_bThreadRun) {
-      st = WaitForSock(0, sock, deadlineStart, kRecvDeadlineMs);
-      if (st <= 0) {
-        fLog(0, "[ReceiveData]: CH=%d, WaitForSock3 failed socketstatus=%d \n", m_nChannel, st);
-        return st;
-      }
-      long n = m_pIo->Recv(sock, sink, static_cast<unsigned long>(remaining < 16384 ? remaining : 16384));
-      if (n < 1) {
-        fLog(0, "%s recv_with_header() recv data error, ret=%ld \n", m_szDevAddr, n);
-        return QXNET_SOCKET_BROKEN;
-      }
-      remaining -= static_cast<int>(n);
-    }
-    return -6;
+    uint32_t dropped = 0;
+    st = ReadFrameBytes(sock, nullptr, static_cast<uint32_t>(remaining), deadlineStart, &dropped);
+    return st == 1 ? -6 : st;
   }
   fLog(3, "[ReceiveData] Dev=%s, CH[%d], recv len=%d \n", m_szDevAddr, m_nChannel, remaining);
 
@@ -259,21 +279,10 @@ int CDevComControl::ReceiveData() {
   // payload carries no terminating zero and the parsers read it as text.
   std::memset(m_pRecvBuf, 0, length + 4);
   std::memcpy(m_pRecvBuf, search.PayloadPrefix(), static_cast<size_t>(prefix));
-  uint32_t have = static_cast<uint32_t>(prefix);
-  while (have < length && m_bThreadRun) {
-    st = WaitForSock(0, sock, deadlineStart, kRecvDeadlineMs);
-    if (st <= 0) {
-      fLog(0, "[ReceiveData]: CH=%d, WaitForSock3 failed socketstatus=%d \n", m_nChannel, st);
-      return st;
-    }
-    long n = m_pIo->Recv(sock, m_pRecvBuf + have, length - have);
-    if (n < 1) {
-      fLog(0, "%s recv_with_header() recv data error, ret=%ld \n", m_szDevAddr, n);
-      return QXNET_SOCKET_BROKEN;
-    }
-    have += static_cast<uint32_t>(n);
-  }
-  m_nRecvLen = have;
+  uint32_t got = 0;
+  st = ReadFrameBytes(sock, m_pRecvBuf + prefix, static_cast<uint32_t>(remaining), deadlineStart, &got);
+  if (st != 1) return st;
+  m_nRecvLen = static_cast<uint32_t>(prefix) + got;
   ParserRecvData();
   return 0;
 }

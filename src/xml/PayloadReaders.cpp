@@ -12,6 +12,7 @@
 #include "xml/XmlParse.h"
 #include "xml/XmlPath.h"
 #include "xml/xmlutil.h"
+#include "session/Protocol.h"
 
 namespace {
 
@@ -75,7 +76,7 @@ int GetNVRChannels(const char* msg, char* out, size_t outSize) {
     for (const TiXmlNode* f = head->FirstChild(); f; f = f->NextSibling())
       if (f->ToElement() && f->ValueStr() == "cmd") cmd = GetNodeValue(f, nullptr);
   }
-  if (strcmp(cmd, "14012") != 0) return -2;
+  if (!proto::IsCmd(cmd, proto::kCmdAuth)) return -2;
 
   char* body = nullptr;
   if (GetMessageBody(msg, &body) != 0) return -3;

@@ -221,122 +221,188 @@ int AttrInt(const std::string& text, const char* name) {
   return std::atoi(text.c_str() + p + std::strlen(name) + 2);
 }
 
-int RunOperation(long id, int argc, char** argv, int first, double timeout) {
-  std::string op = argv[first];
-  auto arg = [&](int k) -> const char* { return first + k < argc ? argv[first + k] : nullptr; };
+// The device's command numbers this tool sends (the library's public header names the
+// operations, not the wire codes it answers with).
+enum : unsigned long {
+  kCmdReboot = 14008,
+  kCmdRestoreConfig = 14011,
+  kCmdSetUserData = 14033,
+  kCmdGetUserData = 14034,
+};
+
+// The arguments of one operation: argv[first] is its name.
+struct OpArgs {
+  long id;
+  int argc;
+  char** argv;
+  int first;
+  double timeout;
+  const char* Arg(int k) const { return first + k < argc ? argv[first + k] : nullptr; }
+};
+
+// Waits for the answer to a queued request and prints it; the exit code.
+int PrintAnswer(const OpArgs& a, unsigned long cmd, long rc) {
+  if (rc != 0) {
+    std::fprintf(stderr, "qxnet: request refused by the library (result %ld)\n", rc);
+    return 1;
+  }
   long code = 0;
   std::string body;
-  auto answer = [&](unsigned long cmd, long rc) -> int {
-    if (rc != 0) {
-      std::fprintf(stderr, "qxnet: request refused by the library (result %ld)\n", rc);
+  if (!WaitAnswer(cmd, a.timeout, &code, &body)) {
+    std::fprintf(stderr, "qxnet: no answer to %lu (connection dropped or timeout)\n", cmd);
+    return 3;
+  }
+  int flag = AnswerFlag(code);
+  std::printf("answer %lu flag %d\n%s\n", cmd, flag, body.c_str());
+  if (flag < 0) {
+    std::fprintf(stderr, "qxnet: the device refused (flag %d)\n", flag);
+    return 1;
+  }
+  return 0;
+}
+
+int RunConfig(const OpArgs& a) {
+  if (!a.Arg(1) || !a.Arg(2)) return -1;
+  unsigned long cmd = std::strtoul(a.Arg(2), nullptr, 10);
+  std::string sub = a.Arg(1);
+  char* text = const_cast<char*>(a.Arg(3) ? a.Arg(3) : "");
+  if (sub == "get") return PrintAnswer(a, cmd, QXNet_Loc_GetDVRConfig(a.id, cmd, 0, text, 0, nullptr));
+  if (sub == "set" && a.Arg(3)) return PrintAnswer(a, cmd, QXNet_Loc_SetDVRConfig(a.id, cmd, 0, text, 0));
+  return -1;
+}
+
+int RunPtz(const OpArgs& a) {
+  if (!a.Arg(1)) return -1;
+  // PTZ commands have no export of their own: the document goes out as a
+  // PTZ_CONTROL_MESSAGE request; devices do not answer it.
+  long rc = QXNet_Loc_WriteAUXStringEx(a.id, const_cast<char*>("PTZ_CONTROL_MESSAGE"), 0, 0,
+                                       const_cast<char*>(a.Arg(1)));
+  if (rc != 0) return 1;
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  std::printf("ptz command queued\n");
+  return 0;
+}
+
+int RunUserData(const OpArgs& a) {
+  if (!a.Arg(1)) return -1;
+  std::string sub = a.Arg(1);
+  if (sub == "get") return PrintAnswer(a, kCmdGetUserData, QXNet_Loc_GetUserData(a.id, nullptr, nullptr));
+  if (sub != "set" || !a.Arg(2)) return -1;
+  std::vector<char> data(a.Arg(2), a.Arg(2) + std::strlen(a.Arg(2)) + 1);
+  return PrintAnswer(a, kCmdSetUserData,
+                     QXNet_Loc_SetUserData(a.id, data.data(), static_cast<int>(data.size() - 1)));
+}
+
+// A file transfer being followed: what it is called and the events that tell its course.
+struct Transfer {
+  const char* what;
+  const char* file;
+  std::vector<long> codes;
+};
+
+// Starts the transfer named by the arguments; the library's result, or 1 for usage.
+long StartTransfer(const OpArgs& a, Transfer* t) {
+  bool firmware = std::string(a.Arg(0)) == "upgrade";
+  t->file = firmware ? a.Arg(1) : a.Arg(2);
+  if (firmware) {
+    t->what = "upgrade";
+    t->codes = {QXNET_EV_UPGRADE_PROGRESS, QXNET_EV_UPGRADE_FINISHED, QXNET_EV_UPGRADE_FAILED,
+                QXNET_EV_CFGFILE_SET_FAILED};
+    return QXNet_Loc_Upgrade(a.id, t->file);
+  }
+  std::string sub = a.Arg(1);
+  if (sub == "save") {
+    t->what = "config-file save";
+    t->codes = {QXNET_EV_CFGFILE_GET_PROGRESS};
+    return QXNet_Loc_GetConfigFile(a.id, t->file);
+  }
+  if (sub == "load") {
+    t->what = "config-file load";
+    t->codes = {QXNET_EV_CFGFILE_SET_PROGRESS, QXNET_EV_CFGFILE_SET_FINISHED, QXNET_EV_CFGFILE_SET_FAILED};
+    return QXNet_Loc_SetConfigFile(a.id, t->file);
+  }
+  return 1;
+}
+
+// One event of a running transfer: -1 to go on, else the exit code.
+int OnTransferEvent(const Transfer& t, long code, const std::string& text) {
+  if (code == QXNET_EV_UPGRADE_PROGRESS || code == QXNET_EV_CFGFILE_SET_PROGRESS) {
+    int start = AttrInt(text, "start"), size = AttrInt(text, "filesize");
+    if (size > 0) ProgressBar(t.what, static_cast<int>(100.0 * start / size));
+    return -1;
+  }
+  if (code == QXNET_EV_UPGRADE_FINISHED || code == QXNET_EV_CFGFILE_SET_FINISHED) {
+    ProgressBar(t.what, 100);
+    std::printf("%s finished\n", t.what);
+    return 0;
+  }
+  if (code == QXNET_EV_CFGFILE_GET_PROGRESS) {
+    size_t p = text.find("<downProgress>");
+    int pct = p == std::string::npos ? -9 : std::atoi(text.c_str() + p + 14);
+    if (pct == 100) {
+      ProgressBar(t.what, 100);
+      std::printf("%s finished: %s\n", t.what, t.file);
+      return 0;
+    }
+    if (pct < 0) {
+      std::fprintf(stderr, "\nqxnet: %s failed (%s)\n", t.what, OneLine(text.c_str()).c_str());
       return 1;
     }
-    if (!WaitAnswer(cmd, timeout, &code, &body)) {
-      std::fprintf(stderr, "qxnet: no answer to %lu (connection dropped or timeout)\n", cmd);
+    ProgressBar(t.what, pct);
+    return -1;
+  }
+  std::fprintf(stderr, "\nqxnet: %s failed: %s\n", t.what, OneLine(text.c_str()).c_str());
+  return 1;
+}
+
+int RunTransfer(const OpArgs& a) {
+  bool firmware = std::string(a.Arg(0)) == "upgrade";
+  if (!a.Arg(1) || (!firmware && !a.Arg(2))) return -1;
+  Transfer t;
+  long rc = StartTransfer(a, &t);
+  if (rc == 1 && !firmware) return -1;
+  if (rc != 0) {
+    std::fprintf(stderr, "qxnet: %s refused (result %ld%s)\n", t.what, rc,
+                 rc == QXNET_E_FILE ? ": file missing or unreadable" : rc == QXNET_E_BUSY ? ": a transfer is running" : "");
+    return 1;
+  }
+  ProgressBar(t.what, 0);
+  size_t from = 0;
+  for (;;) {
+    long code = 0;
+    std::string text;
+    int r = WaitEvent(t.codes, from, a.timeout, &code, &text, &from);
+    if (r == -1) {
+      std::fprintf(stderr, "\nqxnet: %s timed out\n", t.what);
       return 3;
     }
-    int flag = AnswerFlag(code);
-    std::printf("answer %lu flag %d\n%s\n", cmd, flag, body.c_str());
-    if (flag < 0) {
-      std::fprintf(stderr, "qxnet: the device refused (flag %d)\n", flag);
-      return 1;
+    if (r == -2) {
+      std::fprintf(stderr, "\nqxnet: %s: connection lost (%s)\n", t.what, OneLine(text.c_str()).c_str());
+      return 3;
     }
-    return 0;
-  };
-  if (op == "config" && arg(1) && arg(2)) {
-    unsigned long cmd = std::strtoul(arg(2), nullptr, 10);
-    std::string sub = arg(1);
-    char* text = const_cast<char*>(arg(3) ? arg(3) : "");
-    if (sub == "get") return answer(cmd, QXNet_Loc_GetDVRConfig(id, cmd, 0, text, 0, nullptr));
-    if (sub == "set" && arg(3)) return answer(cmd, QXNet_Loc_SetDVRConfig(id, cmd, 0, text, 0));
-  } else if (op == "reboot") {
-    return answer(14008, QXNet_Loc_RebootDVR(id));
-  } else if (op == "restore") {
-    return answer(14011, QXNet_Loc_RestoreConfig(id));
-  } else if (op == "ptz" && arg(1)) {
-    // PTZ commands have no export of their own: the document goes out as a
-    // PTZ_CONTROL_MESSAGE request; devices do not answer it.
-    long rc = QXNet_Loc_WriteAUXStringEx(id, const_cast<char*>("PTZ_CONTROL_MESSAGE"), 0, 0,
-                                         const_cast<char*>(arg(1)));
-    if (rc != 0) return 1;
-    std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    std::printf("ptz command queued\n");
-    return 0;
-  } else if (op == "userdata" && arg(1)) {
-    std::string sub = arg(1);
-    if (sub == "get") return answer(14034, QXNet_Loc_GetUserData(id, nullptr, nullptr));
-    if (sub == "set" && arg(2)) {
-      std::vector<char> data(arg(2), arg(2) + std::strlen(arg(2)) + 1);
-      return answer(14033, QXNet_Loc_SetUserData(id, data.data(), static_cast<int>(data.size() - 1)));
-    }
-  } else if ((op == "upgrade" && arg(1)) || (op == "config-file" && arg(1) && arg(2))) {
-    bool firmware = op == "upgrade";
-    bool save = !firmware && std::string(arg(1)) == "save";
-    const char* file = firmware ? arg(1) : arg(2);
-    long rc;
-    std::vector<long> codes;
-    const char* what;
-    if (firmware) {
-      rc = QXNet_Loc_Upgrade(id, file);
-      codes = {QXNET_EV_UPGRADE_PROGRESS, QXNET_EV_UPGRADE_FINISHED, QXNET_EV_UPGRADE_FAILED,
-               QXNET_EV_CFGFILE_SET_FAILED};
-      what = "upgrade";
-    } else if (save) {
-      rc = QXNet_Loc_GetConfigFile(id, file);
-      codes = {QXNET_EV_CFGFILE_GET_PROGRESS};
-      what = "config-file save";
-    } else if (std::string(arg(1)) == "load") {
-      rc = QXNet_Loc_SetConfigFile(id, file);
-      codes = {QXNET_EV_CFGFILE_SET_PROGRESS, QXNET_EV_CFGFILE_SET_FINISHED, QXNET_EV_CFGFILE_SET_FAILED};
-      what = "config-file load";
-    } else {
-      Usage();
-      return 2;
-    }
-    if (rc != 0) {
-      std::fprintf(stderr, "qxnet: %s refused (result %ld%s)\n", what, rc,
-                   rc == QXNET_E_FILE ? ": file missing or unreadable" : rc == QXNET_E_BUSY ? ": a transfer is running" : "");
-      return 1;
-    }
-    ProgressBar(what, 0);
-    size_t from = 0;
-    for (;;) {
-      std::string text;
-      int r = WaitEvent(codes, from, timeout, &code, &text, &from);
-      if (r == -1) {
-        std::fprintf(stderr, "\nqxnet: %s timed out\n", what);
-        return 3;
-      }
-      if (r == -2) {
-        std::fprintf(stderr, "\nqxnet: %s: connection lost (%s)\n", what, OneLine(text.c_str()).c_str());
-        return 3;
-      }
-      if (code == QXNET_EV_UPGRADE_PROGRESS || code == QXNET_EV_CFGFILE_SET_PROGRESS) {
-        int start = AttrInt(text, "start"), size = AttrInt(text, "filesize");
-        if (size > 0) ProgressBar(what, static_cast<int>(100.0 * start / size));
-      } else if (code == QXNET_EV_UPGRADE_FINISHED || code == QXNET_EV_CFGFILE_SET_FINISHED) {
-        ProgressBar(what, 100);
-        std::printf("%s finished\n", what);
-        return 0;
-      } else if (code == QXNET_EV_CFGFILE_GET_PROGRESS) {
-        size_t p = text.find("<downProgress>");
-        int pct = p == std::string::npos ? -9 : std::atoi(text.c_str() + p + 14);
-        if (pct == 100) {
-          ProgressBar(what, 100);
-          std::printf("%s finished: %s\n", what, file);
-          return 0;
-        }
-        if (pct < 0) {
-          std::fprintf(stderr, "\nqxnet: %s failed (%s)\n", what, OneLine(text.c_str()).c_str());
-          return 1;
-        }
-        ProgressBar(what, pct);
-      } else {
-        std::fprintf(stderr, "\nqxnet: %s failed: %s\n", what, OneLine(text.c_str()).c_str());
-        return 1;
-      }
-    }
+    int done = OnTransferEvent(t, code, text);
+    if (done >= 0) return done;
   }
+}
+
+// Runs the operation named by argv[first]; the exit code.
+int RunOperation(long id, int argc, char** argv, int first, double timeout) {
+  OpArgs a{id, argc, argv, first, timeout};
+  std::string op = argv[first];
+  int rc = -1;
+  if (op == "config")
+    rc = RunConfig(a);
+  else if (op == "reboot")
+    rc = PrintAnswer(a, kCmdReboot, QXNet_Loc_RebootDVR(id));
+  else if (op == "restore")
+    rc = PrintAnswer(a, kCmdRestoreConfig, QXNet_Loc_RestoreConfig(id));
+  else if (op == "ptz")
+    rc = RunPtz(a);
+  else if (op == "userdata")
+    rc = RunUserData(a);
+  else if (op == "upgrade" || op == "config-file")
+    rc = RunTransfer(a);
+  if (rc >= 0) return rc;
   Usage();
   return 2;
 }

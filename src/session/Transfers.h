@@ -1,0 +1,71 @@
+// The state of the file transfers a session runs, one struct per transfer. The upload and
+// the configuration-file download share the session's one transfer slot (its idle flag).
+#ifndef QXNET_SESSION_TRANSFERS_H
+#define QXNET_SESSION_TRANSFERS_H
+
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <cwchar>
+#include <string>
+
+class CFileRecver;
+
+// Firmware or configuration-file upload: announced, then (once the device accepts)
+// streamed in chunks by the worker. Read by application threads (progress, state) while
+// the worker streams, hence the atomics.
+struct UploadTransfer {
+  char path[512];          // narrow path, or
+  wchar_t widePath[512];   // the wide one of UploadFileEx
+  std::atomic<int> uploading{0};  // announced or streaming
+  std::atomic<int> sending{0};    // accepted: chunks go out
+  int32_t fileType = 0;
+  std::atomic<int32_t> fileLength{0};
+  std::atomic<int32_t> bytesSent{0};
+  int32_t kind = 0;  // 1 firmware, 0 configuration file, -1 ended
+  // Bumped whenever the state is reset, so that a chunk send under way outside the lock
+  // can tell that its transfer was cancelled or replaced meanwhile.
+  uint32_t gen = 0;
+  uint32_t startTick = 0, acceptTick = 0, lastChunkTick = 0;
+  FILE* file = nullptr;
+
+  // Forgets everything but the generation, which moves on (the file is the caller's).
+  void Reset() {
+    std::memset(path, 0, sizeof(path));
+    std::wmemset(widePath, 0, sizeof(widePath) / sizeof(widePath[0]));
+    uploading = 0;
+    sending = 0;
+    fileType = 0;
+    fileLength = 0;
+    bytesSent = 0;
+    kind = 0;
+    startTick = acceptTick = lastChunkTick = 0;
+    ++gen;
+  }
+  // Announced and accepted: chunks are due.
+  bool Streaming() const { return sending == 1 && uploading == 1; }
+};
+
+// Configuration-file download: the local name, and the receiver once the length is known.
+struct ConfigDownload {
+  char fileName[1024] = {0};
+  CFileRecver* recver = nullptr;
+};
+
+// The older port-answer download: a temporary file and timed re-requests.
+struct PortDownload {
+  // Cleared by application threads (upload start and cancel) while the worker reads it.
+  std::atomic<int> flag{0};
+  uint16_t port = 0;
+  uint32_t length = 0;
+  uint32_t startTick = 0;
+  uint32_t lastRetryTick = 0;
+  int retryState = 0;
+  uint32_t bytesReceived = 0;
+  FILE* tempFile = nullptr;
+  std::string tempFileName;
+  std::string remoteFileName;
+};
+
+#endif
