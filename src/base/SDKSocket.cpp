@@ -148,6 +148,16 @@ long SocketSendNoWait(int sock, const void* data, unsigned long len) {
   return static_cast<long>(n);
 }
 
+long SocketRecvNoWait(int sock, void* data, unsigned long len) {
+  ssize_t n;
+  do {
+    n = recv(sock, data, len, MSG_DONTWAIT);
+  } while (n < 0 && errno == EINTR);
+  return static_cast<long>(n);
+}
+
+bool SocketWouldBlock() { return errno == EAGAIN || errno == EWOULDBLOCK; }
+
 long SocketRecv(int sock, void* data, unsigned long len) {
   ssize_t n;
   do {

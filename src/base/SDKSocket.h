@@ -77,6 +77,11 @@ bool ParseIPv4(const char* text, uint32_t* addrNetOrder);
 // Sends with MSG_NOSIGNAL: a closed peer yields an error, never SIGPIPE.
 long SocketSend(int sock, const void* data, unsigned long len);
 long SocketRecv(int sock, void* data, unsigned long len);
+// Reads what the socket holds now (MSG_DONTWAIT), restarted on EINTR: -1 with EAGAIN
+// when nothing is there.
+long SocketRecvNoWait(int sock, void* data, unsigned long len);
+// True when errno says a non-blocking call found nothing to do (EAGAIN, EWOULDBLOCK).
+bool SocketWouldBlock();
 // Sends what the socket takes now (MSG_DONTWAIT | MSG_NOSIGNAL), restarted on EINTR.
 long SocketSendNoWait(int sock, const void* data, unsigned long len);
 int CloseSocket(int sock);

@@ -94,6 +94,9 @@ class CDevComControl {
 
   // ---- framing and socket I/O (DevComSocket.cpp)
   int SendData(const char* data, unsigned int length);
+  long SendWhenWritable(int sock, const void* bytes, unsigned long n, uint32_t startTick, int* waitStatus);
+  int SendPayload(int sock, const char* data, unsigned int length);
+  long RecvWhenReadable(int sock, void* dst, unsigned long len, uint32_t startTick, int* waitStatus);
   int ReceiveData();
   int FindFrameHeader(int sock, uint32_t start, class CFrameHeaderSearch* search);
   int CheckFrameLength(int remaining);

@@ -87,37 +87,25 @@ int CDevComControl::SleepThread(int durationMs, int /*stepMs*/) {
   }
 }
 
-int CDevComControl::SendData(const char* data, unsigned int length) {
-  int sock = m_iSockFd;
-  if (sock < 0) {
-    fLog(0, "[CDevComControl::SendData] m_iSockFd < 0 failed, m_iSockFd = %d \n", sock);
-    return -1;
+// A send that waits for writability only when the socket cannot take the bytes now: the
+// protocol's wait costs a poll on every frame part otherwise, and an idle session sends
+// a heartbeat every 10 s. *waitStatus is 1, or the failed wait's result (nothing sent).
+long CDevComControl::SendWhenWritable(int sock, const void* bytes, unsigned long n, uint32_t startTick,
+                                      int* waitStatus) {
+  *waitStatus = 1;
+  if (m_bThreadRun) {
+    long r = m_pIo->Send(sock, bytes, n);
+    if (r >= 0 || !SocketWouldBlock()) return r;
   }
-  int r = WaitForSock(1, sock, GetTickCount(), kSendDeadlineMs);
-  if (r <= 0) {
-    fLog(0, "[CDevComControl::SendData] SocketCanWrite1 failed, err = %d, m_iSockFd=%d \n", r, sock);
-    return -2;
-  }
-  uint8_t flag[4] = {0x07, 0x03, 0x18, 0x20};
-  long n = m_pIo->Send(sock, reinterpret_cast<const char*>(flag), 4);
-  if (n != 4) {
-    fLog(0, "[CDevComControl::SendData] m_iSockFd=%d, send flag failed, nSend = %ld \n", sock, n);
-    return -3;
-  }
-  r = WaitForSock(1, sock, GetTickCount(), kSendDeadlineMs);
-  if (r <= 0) {
-    fLog(0, "[CDevComControl::SendData] SocketCanWrite2 failed, err = %d \n", r);
-    return -4;
-  }
-  uint8_t len[4] = {static_cast<uint8_t>(length), static_cast<uint8_t>(length >> 8),
-                    static_cast<uint8_t>(length >> 16), static_cast<uint8_t>(length >> 24)};
-  n = m_pIo->Send(sock, reinterpret_cast<const char*>(len), 4);
-  if (n != 4) {
-    fLog(0, "[CDevComControl::SendData] send data len failed, nSend = %ld \n", n);
-    return -5;
-  }
-  // One deadline for the whole payload, never renewed. Once it has passed, nothing more
-  // is sent and the routine waits for the session to stop: callers see a short count.
+  *waitStatus = WaitForSock(1, sock, startTick, kSendDeadlineMs);
+  if (*waitStatus <= 0) return 0;
+  return m_pIo->Send(sock, bytes, n);
+}
+
+// The payload of a frame: one deadline of 5 s for all of it, never renewed. Once it has
+// passed, nothing more is sent and the routine waits for the session to stop: callers
+// see a short count.
+int CDevComControl::SendPayload(int sock, const char* data, unsigned int length) {
   uint32_t start = GetTickCount();
   unsigned int sent = 0;
   while (sent < length && m_bThreadRun) {
@@ -126,6 +114,12 @@ int CDevComControl::SendData(const char* data, unsigned int length) {
       while (m_bThreadRun) m_wake.Wait(-1);
       break;
     }
+    long n = m_pIo->Send(sock, data + sent, length - sent);
+    if (n > 0) {
+      sent += static_cast<unsigned int>(n);
+      continue;
+    }
+    if (n == 0 || !SocketWouldBlock()) break;
     int probe = kSendDeadlineMs - spent < static_cast<uint32_t>(kProbeMs) ? static_cast<int>(kSendDeadlineMs - spent)
                                                                          : kProbeMs;
     int w = ProbeSocket(1, sock, probe);
@@ -133,13 +127,59 @@ int CDevComControl::SendData(const char* data, unsigned int length) {
       fLog(0, "[CDevComControl::SendData] SocketCanWrite3 failed, err = %d \n", w);
       return w;
     }
-    if (w != 1) continue;
-    n = m_pIo->Send(sock, data + sent, length - sent);
-    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) continue;  // raced with the buffer
-    if (n < 1) break;
-    sent += static_cast<unsigned int>(n);
   }
   return static_cast<int>(sent);
+}
+
+int CDevComControl::SendData(const char* data, unsigned int length) {
+  int sock = m_iSockFd;
+  if (sock < 0) {
+    fLog(0, "[CDevComControl::SendData] m_iSockFd < 0 failed, m_iSockFd = %d \n", sock);
+    return -1;
+  }
+  int ws;
+  const uint8_t flag[4] = {0x07, 0x03, 0x18, 0x20};
+  long n = SendWhenWritable(sock, flag, 4, GetTickCount(), &ws);
+  if (ws <= 0) {
+    fLog(0, "[CDevComControl::SendData] SocketCanWrite1 failed, err = %d, m_iSockFd=%d \n", ws, sock);
+    return -2;
+  }
+  if (n != 4) {
+    fLog(0, "[CDevComControl::SendData] m_iSockFd=%d, send flag failed, nSend = %ld \n", sock, n);
+    return -3;
+  }
+  const uint8_t len[4] = {static_cast<uint8_t>(length), static_cast<uint8_t>(length >> 8),
+                          static_cast<uint8_t>(length >> 16), static_cast<uint8_t>(length >> 24)};
+  n = SendWhenWritable(sock, len, 4, GetTickCount(), &ws);
+  if (ws <= 0) {
+    fLog(0, "[CDevComControl::SendData] SocketCanWrite2 failed, err = %d \n", ws);
+    return -4;
+  }
+  if (n != 4) {
+    fLog(0, "[CDevComControl::SendData] send data len failed, nSend = %ld \n", n);
+    return -5;
+  }
+  return SendPayload(sock, data, length);
+}
+
+// Reads what the socket holds now, up to len, waiting against the receive deadline from
+// startTick only when nothing is there. The recv result (bytes, 0 at the peer's close,
+// -1 on error), or 0 with *waitStatus set to the failed wait's result.
+long CDevComControl::RecvWhenReadable(int sock, void* dst, unsigned long len, uint32_t startTick,
+                                      int* waitStatus) {
+  *waitStatus = 1;
+  for (;;) {
+    // The deadline holds whatever arrives: a device trickling bytes cannot stretch it.
+    if (!m_bThreadRun || GetTickCount() - startTick >= kRecvDeadlineMs) {
+      *waitStatus = WaitForSock(0, sock, startTick, kRecvDeadlineMs);
+      if (*waitStatus <= 0) return 0;
+    }
+    if (m_bWorkerTurns) KeepHeartbeatDuringReceive();
+    long n = m_pIo->Recv(sock, dst, len);
+    if (n >= 0 || !SocketWouldBlock()) return n;
+    *waitStatus = WaitForSock(0, sock, startTick, kRecvDeadlineMs);
+    if (*waitStatus <= 0) return 0;
+  }
 }
 
 namespace {
@@ -177,14 +217,14 @@ int CDevComControl::ReadFrameBytes(int sock, char* dst, uint32_t want, uint32_t 
   char sink[16384];
   *have = 0;
   while (*have < want && m_bThreadRun) {
-    int st = WaitForSock(0, sock, deadlineStart, kRecvDeadlineMs);
+    uint32_t room = want - *have;
+    if (!dst && room > sizeof(sink)) room = sizeof(sink);
+    int st;
+    long n = RecvWhenReadable(sock, dst ? dst + *have : sink, room, deadlineStart, &st);
     if (st <= 0) {
       fLog(0, "[ReceiveData]: CH=%d, WaitForSock3 failed socketstatus=%d \n", m_nChannel, st);
       return st;
     }
-    uint32_t room = want - *have;
-    if (!dst && room > sizeof(sink)) room = sizeof(sink);
-    long n = m_pIo->Recv(sock, dst ? dst + *have : sink, room);
     if (n < 1) {
       fLog(0, "%s recv_with_header() recv data error, ret=%ld \n", m_szDevAddr, n);
       return QXNET_SOCKET_BROKEN;
@@ -207,12 +247,12 @@ int CDevComControl::FindFrameHeader(int sock, uint32_t start, CFrameHeaderSearch
     uint8_t bytes[8];
     int got = 0;
     while (got < 8) {
-      int st = WaitForSock(0, sock, start, kRecvDeadlineMs);
+      int st;
+      long n = RecvWhenReadable(sock, bytes + got, static_cast<unsigned long>(8 - got), start, &st);
       if (st <= 0) {
         fLog(0, "[ReceiveData]: WaitForSock2 failed socketstatus=%d \n", st);
         return st;
       }
-      long n = m_pIo->Recv(sock, bytes + got, static_cast<unsigned long>(8 - got));
       if (n < 1) {
         fLog(0, "[ReceiveData] Dev[%s] recv flag failed, ret=%ld\n", m_szDevAddr, n);
         return QXNET_SOCKET_BROKEN;

@@ -7,9 +7,11 @@
 class ISessionIo {
  public:
   virtual ~ISessionIo() = default;
-  // As send() without blocking and without SIGPIPE: bytes sent, or -1 with errno.
+  // As send() without blocking and without SIGPIPE: bytes sent, or -1 with errno (EAGAIN
+  // when the socket takes nothing now).
   virtual long Send(int sock, const void* data, unsigned long len) = 0;
-  // As recv(): bytes read, 0 at the peer's close, -1 on error.
+  // As recv() without blocking: bytes read, 0 at the peer's close, -1 with errno (EAGAIN
+  // when nothing is there now).
   virtual long Recv(int sock, void* data, unsigned long len) = 0;
   // As PollSocketWake (base/SDKSocket.h).
   virtual int Poll(int sock, bool wantRead, bool wantWrite, int wakeFd, int timeoutMs) = 0;
