@@ -9,6 +9,7 @@
 #include "base/FuncLog.h"
 #include "base/SDKLog.h"
 #include "base/SDKSocket.h"
+#include "sdk/IpcEntryCopy.h"
 #include "sdk/NetSDKFunc.h"
 #include "sdk/QXNetSDKInternal.h"
 
@@ -187,7 +188,7 @@ QXNET_API long QXNet_GetIPCInfo(long index, __NetSDK_IPC_ENTRYV2* entry) {
   __NetSDK_IPC_ENTRYV2 full;
   std::memset(&full, 0, sizeof(full));
   long rc = core->SDK_GetIPCInfo(index, &full);
-  std::memcpy(entry, &full, QXNET_IPC_ENTRY_V1_SIZE);
+  CopyIpcEntryToV1(full, entry);
   return rc;
 }
 
@@ -200,8 +201,7 @@ QXNET_API long QXNet_Loc_GetIPCInfo(long index, __NetSDK_IPC_ENTRYV2* entry) {
 // whole record is built from its 4232 bytes, the rest zero.
 QXNET_API long QXNet_ModifyIPC(long index, __NetSDK_IPC_ENTRYV2* entry) {
   __NetSDK_IPC_ENTRYV2 full;
-  std::memset(&full, 0, sizeof(full));
-  if (entry) std::memcpy(&full, entry, QXNET_IPC_ENTRY_V1_SIZE);
+  WidenIpcEntryFromV1(entry, &full);
   QXNET_CORE_OR_201
   if (!entry) return QXNET_E_BAD_INDEX;
   return core->SDK_ModifyIPC(index, &full);
@@ -215,8 +215,7 @@ QXNET_API long QXNet_Loc_ModifyIPC(long index, __NetSDK_IPC_ENTRYV2* entry) {
 
 QXNET_API long QXNet_RestoreIPC(long index, __NetSDK_IPC_ENTRYV2* entry) {
   __NetSDK_IPC_ENTRYV2 full;
-  std::memset(&full, 0, sizeof(full));
-  if (entry) std::memcpy(&full, entry, QXNET_IPC_ENTRY_V1_SIZE);
+  WidenIpcEntryFromV1(entry, &full);
   QXNET_CORE_OR_201
   if (!entry) return QXNET_E_BAD_INDEX;
   return core->SDK_RestoreIPC(index, &full);

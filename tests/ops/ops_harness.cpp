@@ -1,8 +1,11 @@
 #include "ops/ops_harness.h"
 
+#include <arpa/inet.h>
 #include <dirent.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -51,6 +54,21 @@ std::string ChunkHeader(int cmd, long startPos, long dataLength) {
   return "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<PrivateProto>\n<head>\n<type>20000</type>\n<cmd>" +
          std::to_string(cmd) + "</cmd>\n<result>0</result>\n</head>\n<body><startPos>" + std::to_string(startPos) +
          "</startPos>\n<dataLength>" + std::to_string(dataLength) + "</dataLength>\n</body>\n</PrivateProto>";
+}
+
+std::string OpenFailedText(int fileType, const std::string& path) {
+  return "<RESPONSE_PARAM\nFileType=\"" + std::to_string(fileType) +
+         "\" errormsg=\"can not open input file\" \nFileName=\"" + path + "\"\n/>";
+}
+
+std::string LongPath(const std::string& dir, size_t length) {
+  std::string p = dir;
+  while (length - p.size() > 200) {
+    p += "/" + std::string(150, 'd');
+    mkdir(p.c_str(), 0700);
+  }
+  p += "/" + std::string(length - p.size() - 1, 'f');
+  return p;
 }
 
 bool ProcessHoldsOpen(const std::string& path) {
@@ -193,6 +211,64 @@ void SessionTest::TearDown() {
 bool SessionTest::Flush(size_t total) {
   while (dev_->QueuedCount() > 0) dev_->SendOneQueued();
   return peer_->WaitFrames(total, 5000);
+}
+
+LoopbackListener::LoopbackListener() {
+  fd_ = socket(AF_INET, SOCK_STREAM, 0);
+  if (fd_ < 0) return;
+  sockaddr_in a;
+  std::memset(&a, 0, sizeof(a));
+  a.sin_family = AF_INET;
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t len = sizeof(a);
+  if (bind(fd_, reinterpret_cast<sockaddr*>(&a), sizeof(a)) != 0 || listen(fd_, 4) != 0 ||
+      getsockname(fd_, reinterpret_cast<sockaddr*>(&a), &len) != 0)
+    return;
+  port_ = ntohs(a.sin_port);
+}
+
+LoopbackListener::~LoopbackListener() {
+  if (fd_ >= 0) close(fd_);
+}
+
+int LoopbackListener::Accept(int timeoutMs) {
+  if (fd_ < 0) return -1;
+  pollfd p{fd_, POLLIN, 0};
+  if (poll(&p, 1, timeoutMs) <= 0) return -1;
+  return accept(fd_, nullptr, nullptr);
+}
+
+std::string SendOne(CDevComControl* dev, Peer* peer) {
+  size_t before = peer->Count();
+  EXPECT_EQ(dev->QueuedCount(), 1);
+  dev->SendOneQueued();
+  EXPECT_TRUE(peer->WaitFrames(before + 1, 5000));
+  return peer->Payload(before);
+}
+
+void RegisteredSessionTest::SetUp() {
+  qxtest::Capture::Get().Install();
+  char ip[] = "127.0.0.1", user[] = "admin", pass[] = "pw";
+  id_ = QXNet_LoginDev(ip, 8000, user, pass, 1);
+  ASSERT_GT(id_, 0);
+  dev_ = g_pInstance->FindDevComById(id_, false).get();
+  ASSERT_EQ(reinterpret_cast<long>(dev_), id_);
+  ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, fds_));
+  dev_->AdoptSocketForTest(fds_[0]);
+  peer_ = new Peer(fds_[1]);
+  qxtest::Capture::Get().Clear();
+}
+
+void RegisteredSessionTest::TearDown() {
+  // The peer goes first, so that the session's close finds it gone and need not wait for it.
+  delete peer_;
+  peer_ = nullptr;
+  if (fds_[1] >= 0) close(fds_[1]);
+  fds_[1] = -1;
+  if (id_ > 0) {
+    EXPECT_EQ(0, QXNet_LogOutDev(id_));  // closes fds_[0]
+  }
+  id_ = 0;
 }
 
 }  // namespace opstest

@@ -29,11 +29,16 @@ std::string DataAnswer(long startPos, long dataLength, const std::string& data);
 
 // Chunk header of an upload, with the command of its kind.
 std::string ChunkHeader(int cmd, long startPos, long dataLength);
+// Event text of an upload that the device refused or whose file could not be opened.
+std::string OpenFailedText(int fileType, const std::string& path);
 
 extern const char kCancelText[];
 
 // True when this process holds a descriptor open on `path`.
 bool ProcessHoldsOpen(const std::string& path);
+
+// A path of exactly `length` characters under `dir`, its directories made (the file is not).
+std::string LongPath(const std::string& dir, size_t length);
 
 // A fresh directory under the system temp dir, removed with everything in it.
 class TempDir {
@@ -77,6 +82,24 @@ class Peer {
   std::thread reader_;
 };
 
+// A TCP listener on 127.0.0.1, on a port the system chooses: a device that only accepts.
+class LoopbackListener {
+ public:
+  LoopbackListener();
+  ~LoopbackListener();
+  int port() const { return port_; }
+  // The next connection within `timeoutMs` (the caller closes it), or -1.
+  int Accept(int timeoutMs);
+
+ private:
+  int fd_ = -1;
+  int port_ = 0;
+};
+
+// Sends the one request queued on `dev` and returns the payload of the frame that the
+// device end read.
+std::string SendOne(CDevComControl* dev, Peer* peer);
+
 // A session without a worker whose socket is the near end of a socket pair.
 class SessionTest : public ::testing::Test {
  protected:
@@ -88,6 +111,24 @@ class SessionTest : public ::testing::Test {
   // Sends every queued item and waits until the device end has `total` frames.
   bool Flush(size_t total);
 
+  CDevComControl* dev_ = nullptr;
+  Peer* peer_ = nullptr;
+  int fds_[2] = {-1, -1};
+};
+
+// A session registered in the core through the exports (QXNet_LoginDev with a nonzero
+// flag: no worker, no connection), whose socket is the near end of a socket pair: what
+// an export asks of it goes out as frames the device end reads.
+class RegisteredSessionTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+  std::string SendNext() { return SendOne(dev_, peer_); }
+  void Feed(const std::string& payload) {
+    dev_->DispatchPayload(payload.data(), static_cast<uint32_t>(payload.size()));
+  }
+
+  long id_ = 0;
   CDevComControl* dev_ = nullptr;
   Peer* peer_ = nullptr;
   int fds_[2] = {-1, -1};

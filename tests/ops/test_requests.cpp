@@ -2,8 +2,6 @@
 // user-data document, the core's reboot and restore, and the two session flags kept from
 // system-control answers.
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <string>
@@ -21,14 +19,7 @@ namespace {
 
 class Requests : public opstest::SessionTest {
  protected:
-  // Sends what is queued and returns the one new frame.
-  std::string SendNext() {
-    size_t before = peer_->Count();
-    EXPECT_EQ(dev_->QueuedCount(), 1);
-    dev_->SendOneQueued();
-    EXPECT_TRUE(peer_->WaitFrames(before + 1, 5000));
-    return peer_->Payload(before);
-  }
+  std::string SendNext() { return opstest::SendOne(dev_, peer_); }
 };
 
 TEST_F(Requests, WriteAuxStringExPutsEachArgumentInItsPlace) {
@@ -231,42 +222,7 @@ TEST_F(Requests, OtherCodesChangeNeitherFlag) {
 
 // ---- requests routed by the core to a registered session
 
-class CoreRequests : public ::testing::Test {
- protected:
-  void SetUp() override {
-    Capture::Get().Install();
-    char ip[] = "127.0.0.1", user[] = "admin", pass[] = "pw";
-    // A nonzero flag registers the session without connecting it.
-    id_ = QXNet_LoginDev(ip, 8000, user, pass, 1);
-    ASSERT_NE(id_, 0);
-    ASSERT_GT(id_, 0);
-    dev_ = g_pInstance->FindDevComById(id_, false).get();
-    ASSERT_EQ(reinterpret_cast<long>(dev_), id_);
-    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, fds_));
-    dev_->AdoptSocketForTest(fds_[0]);
-    peer_ = new opstest::Peer(fds_[1]);
-    Capture::Get().Clear();
-  }
-  void TearDown() override {
-    // The peer goes first, so that the session's close finds it gone and need not wait for it.
-    delete peer_;
-    close(fds_[1]);
-    if (id_ > 0) {
-      EXPECT_EQ(0, QXNet_LogOutDev(id_));  // closes fds_[0]
-    }
-  }
-  std::string SendNext() {
-    size_t before = peer_->Count();
-    EXPECT_EQ(dev_->QueuedCount(), 1);
-    dev_->SendOneQueued();
-    EXPECT_TRUE(peer_->WaitFrames(before + 1, 5000));
-    return peer_->Payload(before);
-  }
-  long id_ = 0;
-  CDevComControl* dev_ = nullptr;
-  opstest::Peer* peer_ = nullptr;
-  int fds_[2] = {-1, -1};
-};
+using CoreRequests = opstest::RegisteredSessionTest;
 
 TEST_F(CoreRequests, RebootIs14008WithAnEmptyBody) {
   EXPECT_EQ(0, QXNet_Loc_RebootDVR(id_));

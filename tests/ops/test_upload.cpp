@@ -20,6 +20,8 @@
 
 using opstest::Answer;
 using opstest::ChunkHeader;
+using opstest::LongPath;
+using opstest::OpenFailedText;
 using opstest::Request;
 using qxtest::Capture;
 using qxtest::Event;
@@ -53,11 +55,6 @@ std::string FinishedText(int fileType, const std::string& path) {
 std::string EndFailedText(int fileType, const std::string& path) {
   return "<RESPONSE_PARAM\nFileType=\"" + std::to_string(fileType) + "\"\nFileName=\"" + path +
          "\"\nStartPos=\"0\"\nErrorCode=\"-3\" errormsg=\"send upload file failed\" \n/>";
-}
-
-std::string OpenFailedText(int fileType, const std::string& path) {
-  return "<RESPONSE_PARAM\nFileType=\"" + std::to_string(fileType) +
-         "\" errormsg=\"can not open input file\" \nFileName=\"" + path + "\"\n/>";
 }
 
 std::vector<Event> StatusEvents() {
@@ -315,17 +312,6 @@ TEST_F(Upload, NullPathIsRefused) {
   EXPECT_EQ(QXNET_E_FILE, dev_->SetConfigFile(nullptr));
   EXPECT_EQ(QXNET_E_FILE, dev_->UploadFileEx(1, nullptr));
   EXPECT_EQ(dev_->QueuedCount(), 0);
-}
-
-// A path of exactly `length` characters to a real file.
-std::string LongPath(const std::string& dir, size_t length) {
-  std::string p = dir;
-  while (length - p.size() > 200) {
-    p += "/" + std::string(150, 'd');
-    mkdir(p.c_str(), 0700);
-  }
-  p += "/" + std::string(length - p.size() - 1, 'f');
-  return p;
 }
 
 TEST_F(Upload, PathOf512CharactersIsRefusedAnd511Accepted) {

@@ -1,116 +1,158 @@
-// The record copies of QXNet_GetIPCInfo (first generation, 4232 bytes) and
-// QXNet_Loc_GetIPCInfo (the whole record), seen with a record that the core fills.
-// Discovery has no device table in this build, so its GetIPCInfo is wrapped at link
-// time (-Wl,--wrap) with one that fills the record with a known pattern.
+// The first-generation record copies, byte for byte: a whole record to the caller's
+// first-generation one (QXNet_GetIPCInfo) and a first-generation record widened to a
+// whole one, the rest zero (QXNet_ModifyIPC, QXNet_RestoreIPC). The copies are tested
+// directly, with guard bytes behind a first-generation buffer; the exports are tested
+// for what they show without found devices.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <vector>
 
 #include "QXNetSDK.h"
-#include "sdk/NetSDKFunc.h"
-#include "sdk/QXNetSDKInternal.h"
-#include "search/SearchIPC.h"
+#include "sdk/IpcEntryCopy.h"
 
 namespace {
 
-bool g_fill = false;
-int g_fillResult = 0;
-long g_lastIndex = 0;
-__NetSDK_IPC_ENTRYV2* g_lastRecord = nullptr;
+constexpr size_t kV1 = QXNET_IPC_ENTRY_V1_SIZE;
+constexpr size_t kV2 = sizeof(__NetSDK_IPC_ENTRYV2);
+constexpr size_t kGuard = 64;
+constexpr uint8_t kGuardByte = 0xC3;
 
+// A pattern with no zero byte and a period (61) that divides neither size.
 uint8_t Pattern(size_t i) { return static_cast<uint8_t>(0x40 + i % 61); }
 
-}  // namespace
-
-extern "C" {
-int __real__ZN10CSearchIPC10GetIPCInfoElP20__NetSDK_IPC_ENTRYV2(CSearchIPC* self, long index,
-                                                                __NetSDK_IPC_ENTRYV2* out);
-
-// Stands in for CSearchIPC::GetIPCInfo(long, __NetSDK_IPC_ENTRYV2*) when g_fill is set.
-int __wrap__ZN10CSearchIPC10GetIPCInfoElP20__NetSDK_IPC_ENTRYV2(CSearchIPC* self, long index,
-                                                                __NetSDK_IPC_ENTRYV2* out) {
-  if (!g_fill) return __real__ZN10CSearchIPC10GetIPCInfoElP20__NetSDK_IPC_ENTRYV2(self, index, out);
-  g_lastIndex = index;
-  g_lastRecord = out;
-  if (!out) return QXNET_E_BAD_INDEX;
-  // Writes every byte of a whole record: a smaller buffer would be caught by ASan.
-  uint8_t* p = reinterpret_cast<uint8_t*>(out);
-  for (size_t i = 0; i < sizeof(*out); ++i) p[i] = Pattern(i);
-  return g_fillResult;
-}
+void FillPattern(void* p, size_t n) {
+  uint8_t* b = static_cast<uint8_t*>(p);
+  for (size_t i = 0; i < n; ++i) b[i] = Pattern(i);
 }
 
-namespace {
+TEST(IpcEntryCopy, SizesAreThoseOfTheTwoGenerations) {
+  EXPECT_EQ(kV1, 4232u);
+  EXPECT_EQ(kV2, 4784u);
+}
 
-class IpcInfo : public ::testing::Test {
+TEST(IpcEntryCopy, ToV1WritesExactlyTheFirstGenerationBytes) {
+  __NetSDK_IPC_ENTRYV2 full;
+  FillPattern(&full, kV2);
+  // A first-generation record followed by guard bytes, in a buffer of exactly that size.
+  std::vector<uint8_t> out(kV1 + kGuard, kGuardByte);
+  CopyIpcEntryToV1(full, out.data());
+  for (size_t i = 0; i < kV1; ++i) ASSERT_EQ(out[i], Pattern(i)) << "byte " << i;
+  for (size_t i = kV1; i < out.size(); ++i) ASSERT_EQ(out[i], kGuardByte) << "guard byte " << i << " written";
+  // The source is only read.
+  const uint8_t* src = reinterpret_cast<const uint8_t*>(&full);
+  for (size_t i = 0; i < kV2; ++i) ASSERT_EQ(src[i], Pattern(i)) << "source byte " << i;
+}
+
+TEST(IpcEntryCopy, ToV1FitsABufferOfExactlyTheFirstGenerationSize) {
+  // Nothing behind it: a write past the end is caught by the address sanitizer.
+  __NetSDK_IPC_ENTRYV2 full;
+  std::memset(&full, 0x5A, sizeof(full));
+  std::vector<uint8_t> out(kV1, 0);
+  CopyIpcEntryToV1(full, out.data());
+  for (size_t i = 0; i < kV1; ++i) ASSERT_EQ(out[i], 0x5A) << "byte " << i;
+}
+
+TEST(IpcEntryCopy, WidenCopiesTheFirstGenerationAndZeroesTheRest) {
+  // The first-generation record alone: a read past it is caught by the address sanitizer.
+  std::vector<uint8_t> v1(kV1);
+  FillPattern(v1.data(), kV1);
+  __NetSDK_IPC_ENTRYV2 full;
+  std::memset(&full, kGuardByte, sizeof(full));
+  WidenIpcEntryFromV1(v1.data(), &full);
+  const uint8_t* b = reinterpret_cast<const uint8_t*>(&full);
+  for (size_t i = 0; i < kV1; ++i) ASSERT_EQ(b[i], Pattern(i)) << "byte " << i;
+  for (size_t i = kV1; i < kV2; ++i) ASSERT_EQ(b[i], 0) << "byte " << i << " not cleared";
+  // The source is only read.
+  for (size_t i = 0; i < kV1; ++i) ASSERT_EQ(v1[i], Pattern(i)) << "source byte " << i;
+}
+
+TEST(IpcEntryCopy, WidenIgnoresWhatFollowsTheFirstGenerationInTheSource) {
+  // A caller of the second generation passing a whole record to the plain form: only its
+  // first-generation part counts.
+  __NetSDK_IPC_ENTRYV2 src;
+  std::memset(&src, 0xEE, sizeof(src));
+  __NetSDK_IPC_ENTRYV2 full;
+  WidenIpcEntryFromV1(&src, &full);
+  const uint8_t* b = reinterpret_cast<const uint8_t*>(&full);
+  for (size_t i = 0; i < kV1; ++i) ASSERT_EQ(b[i], 0xEE) << "byte " << i;
+  for (size_t i = kV1; i < kV2; ++i) ASSERT_EQ(b[i], 0) << "byte " << i;
+}
+
+TEST(IpcEntryCopy, WidenOfNothingIsAllZero) {
+  __NetSDK_IPC_ENTRYV2 full;
+  std::memset(&full, kGuardByte, sizeof(full));
+  WidenIpcEntryFromV1(nullptr, &full);
+  const uint8_t* b = reinterpret_cast<const uint8_t*>(&full);
+  for (size_t i = 0; i < kV2; ++i) ASSERT_EQ(b[i], 0) << "byte " << i;
+}
+
+TEST(IpcEntryCopy, WidenThenCopyBackGivesTheSameFirstGenerationRecord) {
+  std::vector<uint8_t> v1(kV1);
+  FillPattern(v1.data(), kV1);
+  __NetSDK_IPC_ENTRYV2 full;
+  WidenIpcEntryFromV1(v1.data(), &full);
+  std::vector<uint8_t> back(kV1 + kGuard, kGuardByte);
+  CopyIpcEntryToV1(full, back.data());
+  EXPECT_TRUE(std::equal(v1.begin(), v1.end(), back.begin()));
+  for (size_t i = kV1; i < back.size(); ++i) ASSERT_EQ(back[i], kGuardByte) << "guard byte " << i;
+}
+
+// ---- through the exports (discovery has no devices in this build: it answers
+// QXNET_E_NOT_AVAILABLE and leaves the record it is given as it is)
+
+class IpcInfoExport : public ::testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(QXNet_init(), 0);
-    g_fill = true;
-    g_fillResult = 0;
-    g_lastRecord = nullptr;
-    std::memset(&rec_, 0xC3, sizeof(rec_));
-  }
-  void TearDown() override {
-    g_fill = false;
-    QXNet_Free();
-  }
-  const uint8_t* bytes() const { return reinterpret_cast<const uint8_t*>(&rec_); }
-  __NetSDK_IPC_ENTRYV2 rec_;
+  void SetUp() override { ASSERT_EQ(QXNet_init(), 0); }
+  void TearDown() override { QXNet_Free(); }
 };
 
-TEST_F(IpcInfo, TheWrapReachesTheCore) {
-  // Without the wrap the build's discovery answers as it does everywhere else.
-  g_fill = false;
-  EXPECT_EQ(QXNet_Loc_GetIPCInfo(0, &rec_), QXNET_E_NOT_AVAILABLE);
-  g_fill = true;
-  EXPECT_EQ(QXNet_Loc_GetIPCInfo(9, &rec_), 0);
-  EXPECT_EQ(g_lastIndex, 9);
-  EXPECT_EQ(g_lastRecord, &rec_);
+TEST_F(IpcInfoExport, PlainFormWritesTheCoresRecordIntoAFirstGenerationBufferOnly) {
+  // The core's record starts zeroed and discovery leaves it so: the caller's 4232 bytes
+  // become zero, the guard bytes behind them stay.
+  std::vector<uint8_t> buf(kV1 + kGuard, kGuardByte);
+  EXPECT_EQ(QXNet_GetIPCInfo(0, reinterpret_cast<__NetSDK_IPC_ENTRYV2*>(buf.data())), QXNET_E_NOT_AVAILABLE);
+  for (size_t i = 0; i < kV1; ++i) ASSERT_EQ(buf[i], 0) << "byte " << i;
+  for (size_t i = kV1; i < buf.size(); ++i) ASSERT_EQ(buf[i], kGuardByte) << "guard byte " << i << " written";
 }
 
-TEST_F(IpcInfo, PlainFormCopiesExactlyTheFirst4232Bytes) {
-  g_fillResult = 0;
-  EXPECT_EQ(QXNet_GetIPCInfo(4, &rec_), 0);
-  EXPECT_EQ(g_lastIndex, 4);
-  // The core filled a record of its own, not the caller's.
-  EXPECT_NE(g_lastRecord, &rec_);
-  EXPECT_NE(g_lastRecord, nullptr);
-  for (size_t i = 0; i < QXNET_IPC_ENTRY_V1_SIZE; ++i) ASSERT_EQ(bytes()[i], Pattern(i)) << "byte " << i;
-  for (size_t i = QXNET_IPC_ENTRY_V1_SIZE; i < sizeof(rec_); ++i) ASSERT_EQ(bytes()[i], 0xC3) << "byte " << i;
+TEST_F(IpcInfoExport, PlainFormWithoutARecordReturnsDiscoverysAnswer) {
+  EXPECT_EQ(QXNet_GetIPCInfo(0, nullptr), QXNET_E_NOT_AVAILABLE);
+  EXPECT_EQ(QXNet_GetIPCInfo(-1, nullptr), QXNET_E_NOT_AVAILABLE);
 }
 
-TEST_F(IpcInfo, PlainFormReturnsTheCoresResult) {
-  g_fillResult = QXNET_E_BAD_INDEX;
-  EXPECT_EQ(QXNet_GetIPCInfo(-1, &rec_), QXNET_E_BAD_INDEX);
-  g_fillResult = 17;
-  EXPECT_EQ(QXNet_GetIPCInfo(0, &rec_), 17);
-  for (size_t i = QXNET_IPC_ENTRY_V1_SIZE; i < sizeof(rec_); ++i) ASSERT_EQ(bytes()[i], 0xC3) << "byte " << i;
+TEST_F(IpcInfoExport, LocFormHandsTheCallersRecordStraightThrough) {
+  __NetSDK_IPC_ENTRYV2 rec;
+  std::memset(&rec, kGuardByte, sizeof(rec));
+  EXPECT_EQ(QXNet_Loc_GetIPCInfo(2, &rec), QXNET_E_NOT_AVAILABLE);
+  // No copy of the export's own: what discovery leaves is what the caller has.
+  const uint8_t* b = reinterpret_cast<const uint8_t*>(&rec);
+  for (size_t i = 0; i < kV2; ++i) ASSERT_EQ(b[i], kGuardByte) << "byte " << i;
 }
 
-TEST_F(IpcInfo, PlainFormFitsAFirstGenerationBuffer) {
-  // An application of the first generation has only 4232 bytes.
-  uint8_t* v1 = new uint8_t[QXNET_IPC_ENTRY_V1_SIZE];
-  std::memset(v1, 0xC3, QXNET_IPC_ENTRY_V1_SIZE);
-  EXPECT_EQ(QXNet_GetIPCInfo(0, reinterpret_cast<__NetSDK_IPC_ENTRYV2*>(v1)), 0);
-  for (size_t i = 0; i < QXNET_IPC_ENTRY_V1_SIZE; ++i) ASSERT_EQ(v1[i], Pattern(i)) << "byte " << i;
-  delete[] v1;
+TEST_F(IpcInfoExport, PlainModifyAndRestoreReadOnlyAFirstGenerationBuffer) {
+  std::vector<uint8_t> v1(kV1);
+  FillPattern(v1.data(), kV1);
+  auto* e = reinterpret_cast<__NetSDK_IPC_ENTRYV2*>(v1.data());
+  EXPECT_EQ(QXNet_ModifyIPC(1, e), QXNET_E_NOT_AVAILABLE);
+  EXPECT_EQ(QXNet_RestoreIPC(1, e), QXNET_E_NOT_AVAILABLE);
+  for (size_t i = 0; i < kV1; ++i) ASSERT_EQ(v1[i], Pattern(i)) << "byte " << i;
 }
 
-TEST_F(IpcInfo, LocFormHandsTheWholeRecordThrough) {
-  EXPECT_EQ(QXNet_Loc_GetIPCInfo(2, &rec_), 0);
-  EXPECT_EQ(g_lastRecord, &rec_);
-  for (size_t i = 0; i < sizeof(rec_); ++i) ASSERT_EQ(bytes()[i], Pattern(i)) << "byte " << i;
-}
-
-TEST_F(IpcInfo, NotInitialisedTouchesNothing) {
+TEST_F(IpcInfoExport, NotInitialisedTouchesNothing) {
   ASSERT_EQ(QXNet_Free(), 0);
-  g_lastRecord = nullptr;
-  EXPECT_EQ(QXNet_GetIPCInfo(0, &rec_), QXNET_E_NOT_INIT);
-  EXPECT_EQ(QXNet_Loc_GetIPCInfo(0, &rec_), QXNET_E_NOT_INIT);
-  EXPECT_EQ(g_lastRecord, nullptr);
-  for (size_t i = 0; i < sizeof(rec_); ++i) ASSERT_EQ(bytes()[i], 0xC3) << "byte " << i;
+  __NetSDK_IPC_ENTRYV2 rec;
+  std::memset(&rec, kGuardByte, sizeof(rec));
+  EXPECT_EQ(QXNet_GetIPCInfo(0, &rec), QXNET_E_NOT_INIT);
+  EXPECT_EQ(QXNet_Loc_GetIPCInfo(0, &rec), QXNET_E_NOT_INIT);
+  EXPECT_EQ(QXNet_GetIPCInfo(0, nullptr), QXNET_E_NOT_INIT);
+  // The plain modify and restore read the record before the test, and still write nothing.
+  EXPECT_EQ(QXNet_ModifyIPC(0, &rec), QXNET_E_NOT_INIT);
+  EXPECT_EQ(QXNet_RestoreIPC(0, &rec), QXNET_E_NOT_INIT);
+  const uint8_t* b = reinterpret_cast<const uint8_t*>(&rec);
+  for (size_t i = 0; i < kV2; ++i) ASSERT_EQ(b[i], kGuardByte) << "byte " << i;
 }
 
 }  // namespace
