@@ -52,16 +52,40 @@ void CFCLog::Stop() {
   m_bHasThread = false;
 }
 
-int CFCLog::BuildLine(char* line, const char* format, va_list args) {
-  std::memset(line, 0, QXNET_LOG_LINE_SIZE);
+namespace {
+// The line prefix changes once a second: each thread keeps the last one it built, so
+// that a busy thread does not convert the time (which takes the C library's time-zone
+// lock) for every line.
+struct PrefixCache {
+  time_t second = -1;
+  char text[48];
+  int length = 0;
+};
+
+// Writes the prefix of a line logged now into `line`; its length, or -1.
+int WritePrefix(char* line) {
+  static thread_local PrefixCache cache;
   time_t now = time(nullptr);
-  struct tm lt;
-  if (!localtime_r(&now, &lt)) return -100;
-  int p = std::snprintf(line, QXNET_LOG_LINE_SIZE, "QXNetSDK:%02u-%02u,%02u:%02u:%02u,",
-                        static_cast<unsigned>(lt.tm_mon + 1), static_cast<unsigned>(lt.tm_mday),
-                        static_cast<unsigned>(lt.tm_hour), static_cast<unsigned>(lt.tm_min),
-                        static_cast<unsigned>(lt.tm_sec));
-  if (p < 0) p = 0;
+  if (now != cache.second) {
+    struct tm lt;
+    if (!localtime_r(&now, &lt)) return -1;
+    cache.length = std::snprintf(cache.text, sizeof(cache.text), "QXNetSDK:%02u-%02u,%02u:%02u:%02u,",
+                                 static_cast<unsigned>(lt.tm_mon + 1), static_cast<unsigned>(lt.tm_mday),
+                                 static_cast<unsigned>(lt.tm_hour), static_cast<unsigned>(lt.tm_min),
+                                 static_cast<unsigned>(lt.tm_sec));
+    if (cache.length < 0 || cache.length >= static_cast<int>(sizeof(cache.text))) return -1;
+    cache.second = now;
+  }
+  std::memcpy(line, cache.text, static_cast<size_t>(cache.length) + 1);
+  return cache.length;
+}
+}  // namespace
+
+int CFCLog::BuildLine(char* line, const char* format, va_list args) {
+  line[0] = 0;
+  line[QXNET_LOG_LINE_SIZE - 1] = 0;
+  int p = WritePrefix(line);
+  if (p < 0) return -100;
   // Room for 4095 - p message characters, so that the whole line with its terminating
   // zero fills the 4096 bytes when the message is too long.
   int m = std::vsnprintf(line + p, static_cast<size_t>(QXNET_LOG_LINE_SIZE - p), format, args);

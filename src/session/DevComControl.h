@@ -245,6 +245,8 @@ class CDevComControl {
   std::condition_variable m_exitCond;
   // True while the worker loop runs the session (not in tests that drive it directly).
   bool m_bWorkerTurns;
+  // Set by the worker when its poll saw the socket readable just before ReceiveData.
+  bool m_bKnownReadable;
   // Start of the last upload turn: the next one is due 20 ms after it.
   uint32_t m_nLastUploadTurnTick;
   std::atomic<unsigned long> m_workerId;

@@ -31,6 +31,7 @@ CDevComControl::CDevComControl(ISessionSink* sink, const std::atomic<int>* autoR
       m_pAutoReconnect(autoReconnect),
       m_bThreadExited(true),
       m_bWorkerTurns(false),
+      m_bKnownReadable(false),
       m_nLastUploadTurnTick(0),
       m_workerId(0),
       m_nFailCount(0),

@@ -288,7 +288,10 @@ int CDevComControl::ReceiveData() {
     return -1;
   }
   uint32_t start = GetTickCount();
-  int st = WaitForSock(0, sock, start, kRecvDeadlineMs);
+  // The worker calls in when its poll has just seen the socket readable: the first wait
+  // would only repeat that poll.
+  int st = m_bKnownReadable ? 1 : WaitForSock(0, sock, start, kRecvDeadlineMs);
+  m_bKnownReadable = false;
   if (st <= 0) {
     fLog(0, "[ReceiveData]: WaitForSock1 failed socketstatus=%d \n", st);
     return st;

@@ -117,6 +117,7 @@ void CDevComControl::NormalTurn() {
   }
   if (r & QXPOLL_WAKE) m_wake.Drain();
   if (r & QXPOLL_READ) {
+    m_bKnownReadable = true;
     if (ReceiveData() == QXNET_SOCKET_BROKEN) {
       CloseSocketWithEvent();
       SleepThread(1000, 100);
