@@ -247,6 +247,9 @@ class CDevComControl {
   bool m_bWorkerTurns;
   // Set by the worker when its poll saw the socket readable just before ReceiveData.
   bool m_bKnownReadable;
+  // The last heartbeat send failed at this tick: it is retried 100 ms later at the earliest.
+  bool m_bHeartbeatFailed;
+  uint32_t m_nHeartbeatFailTick;
   // Start of the last upload turn: the next one is due 20 ms after it.
   uint32_t m_nLastUploadTurnTick;
   std::atomic<unsigned long> m_workerId;

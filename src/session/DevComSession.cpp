@@ -32,6 +32,8 @@ CDevComControl::CDevComControl(ISessionSink* sink, const std::atomic<int>* autoR
       m_bThreadExited(true),
       m_bWorkerTurns(false),
       m_bKnownReadable(false),
+      m_bHeartbeatFailed(false),
+      m_nHeartbeatFailTick(0),
       m_nLastUploadTurnTick(0),
       m_workerId(0),
       m_nFailCount(0),
@@ -295,8 +297,11 @@ int CDevComControl::SendHeartbeatMsgToDev() {
   if (r < len) {
     fLog(1, "[SendHeartbeatMsgToDev] Dev=%s, CH=%d, send heartbeat to device failed!,ret=%d \n", m_szDevAddr,
          m_nChannel, r);
+    m_bHeartbeatFailed = true;
+    m_nHeartbeatFailTick = GetTickCount();
     return r;
   }
+  m_bHeartbeatFailed = false;
   _time32(&m_nLastHeartbeat);
   fLog(3, "[SendHeartbeatMsgToDev] Dev=%s, CH=%d, send heartbeat to device success! \n", m_szDevAddr,
        m_nChannel);

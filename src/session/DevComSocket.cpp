@@ -66,6 +66,7 @@ int CDevComControl::WaitForSock(int mode, int sock, uint32_t startTick, uint32_t
     if (mode == 0 && m_bWorkerTurns) {
       KeepHeartbeatDuringReceive();
       int hb = MsUntilHeartbeat();
+      if (hb < 10) hb = 10;  // never spin, whatever the heartbeat's state
       if (hb < probe) probe = hb;
     }
     int r = ProbeSocket(mode, sock, probe);

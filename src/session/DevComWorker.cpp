@@ -19,6 +19,7 @@ const uint32_t kAuthResendMs = 5000;  // resent once more than 4999 ms have pass
 const int kHeartbeatSeconds = 10;     // sent once more than 9 whole seconds have passed
 const uint32_t kUploadTurnMs = 21;    // next upload turn once more than 20 ms have passed
 const int kLongestWaitMs = 10000;     // re-read the clocks at least this often
+const uint32_t kHeartbeatRetryMs = 100;  // a failed heartbeat is tried again this much later
 }  // namespace
 
 void CDevComControl::MarkThreadExited() {
@@ -27,13 +28,20 @@ void CDevComControl::MarkThreadExited() {
   m_exitCond.notify_all();
 }
 
-bool CDevComControl::HeartbeatDue() const { return _time32(nullptr) - m_nLastHeartbeat > kHeartbeatSeconds - 1; }
+// A heartbeat whose send failed is retried on a later turn, not in a loop: the old turn
+// never came round faster than every 100 ms.
+bool CDevComControl::HeartbeatDue() const { return MsUntilHeartbeat() == 0; }
 
 int CDevComControl::MsUntilHeartbeat() const {
-  int64_t due = (static_cast<int64_t>(m_nLastHeartbeat) + kHeartbeatSeconds) * 1000;
-  int64_t left = due - WallClockMs();
-  if (left < 0) return 0;
-  return left > kLongestWaitMs ? kLongestWaitMs : static_cast<int>(left);
+  if (_time32(nullptr) - m_nLastHeartbeat <= kHeartbeatSeconds - 1) {
+    int64_t due = (static_cast<int64_t>(m_nLastHeartbeat) + kHeartbeatSeconds) * 1000;
+    int64_t left = due - WallClockMs();
+    if (left < 1) left = 1;  // the clocks' seconds turn over within the millisecond
+    return left > kLongestWaitMs ? kLongestWaitMs : static_cast<int>(left);
+  }
+  uint32_t sinceFailure = GetTickCount() - m_nHeartbeatFailTick;
+  if (m_bHeartbeatFailed && sinceFailure < kHeartbeatRetryMs) return static_cast<int>(kHeartbeatRetryMs - sinceFailure);
+  return 0;
 }
 
 bool CDevComControl::UploadTurnDue() const {
