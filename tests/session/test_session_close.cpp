@@ -167,7 +167,7 @@ TEST_F(SessionClose, LogoutAtFirmwareFinishedLosesNoByte) {
 }
 
 TEST_F(SessionClose, LogoutAtConfigurationFileFinishedLosesNoByte) {
-  std::string bytes = opstest::PatternBytes(700000, 12);
+  std::string bytes = opstest::PatternBytes(3000000, 12);
   std::string path = TempFile("dev.cfg");
   ASSERT_TRUE(opstest::WriteFile(path, bytes));
   LogoutAt(QXNET_EV_CFGFILE_SET_FINISHED);
