@@ -140,9 +140,12 @@ void CDevComControl::ThreadFunc(void* self) {
   dev->ThreadProc();
   dev->m_bThreadRun = false;
   dev->m_workerId = 0;
+  // Logged before the exit is marked: once a waiting logout returns, the application may
+  // tear down what its log callback uses (or free the library), so the thread must not
+  // reach the log any more.
+  fLog(0, "CDevComControl exit thread loop %p", self);
   // Last touch of the object: a waiting logout may free it from here on.
   dev->MarkThreadExited();
-  fLog(0, "CDevComControl exit thread loop %p", self);
 }
 
 

@@ -1,0 +1,132 @@
+// How soon a live session acts: a queued request goes out at once, a device that closes
+// during authentication is noticed at once, and a device that trickles bytes cannot hold
+// back the heartbeat. Through the public interface, against the simulator.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <string>
+#include <thread>
+
+#include "arrivals.h"
+#include "capture.h"
+#include "devsim_client.h"
+
+using qxtest::Capture;
+using qxtest::DevSim;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+double Since(Clock::time_point t0) { return std::chrono::duration<double>(Clock::now() - t0).count(); }
+
+class Timing : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    Capture::Get().Install();
+    QXNet_SetAutoReconnect(1);
+  }
+  void TearDown() override {
+    if (id_ > 0) {
+      EXPECT_EQ(0, QXNet_LogOutDev(id_));
+    }
+  }
+  long Login(DevSim& sim) {
+    id_ = QXNet_Loc_LoginDev(const_cast<char*>("127.0.0.1"), sim.port(), const_cast<char*>("admin"),
+                             const_cast<char*>("admin"), nullptr);
+    return id_;
+  }
+  long id_ = 0;
+};
+
+// The worker is idle in its wait for the next heartbeat when each request is queued;
+// the request must not wait for a timed turn.
+TEST_F(Timing, AQueuedRequestReachesTheDeviceWithinFiftyMilliseconds) {
+  DevSim sim;
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  ASSERT_GT(Login(sim), 0);
+  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
+  double worst = 0;
+  for (int i = 0; i < 20; ++i) {
+    // Requests at uneven moments, so that none lines up with a turn by chance.
+    std::this_thread::sleep_for(std::chrono::milliseconds((i * 37) % 90));
+    char empty[] = "";
+    auto t0 = Clock::now();
+    ASSERT_EQ(0, QXNet_Loc_GetDVRConfig(id_, 1601, 0, empty, 0, nullptr));
+    std::string r = sim.cmd("WAIT * 1601 " + std::to_string(i + 1) + " 2000");
+    double ms = Since(t0) * 1000;
+    ASSERT_EQ(r.rfind("OK", 0), 0u) << r;
+    EXPECT_LE(ms, 50.0) << "request " << i + 1;
+    worst = std::max(worst, ms);
+  }
+  std::printf("slowest of 20 requests: %.1f ms from the call to the device\n", worst);
+}
+
+TEST_F(Timing, ADeviceClosingDuringAuthenticationIsNoticedWithin200Milliseconds) {
+  DevSim sim;
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  // The simulator closes by itself when it has that mode; otherwise it stays silent and
+  // the test closes the connection the moment the authentication message is in.
+  const bool simCloses = sim.cmdOk("SET auth_mode close");
+  if (!simCloses) {
+    ASSERT_TRUE(sim.cmdOk("SET auth_mode silent"));
+  }
+  ASSERT_GT(Login(sim), 0);
+  ASSERT_TRUE(sim.waitFor("10000", "14012", 1, 10000));
+  // Measured from before the close command: the time counted is never short of the real one.
+  auto closedAt = Clock::now();
+  if (!simCloses) {
+    ASSERT_EQ(sim.cmd("CLOSE last"), "OK 1");
+  }
+  ASSERT_TRUE(Capture::Get().WaitEvent(1, 1, 3000));
+  double ms = Since(closedAt) * 1000;
+  EXPECT_LE(ms, 200.0);
+  std::printf("close noticed after %.1f ms\n", ms);
+  auto ev = Capture::Get().Events();
+  ASSERT_GE(ev.size(), 2u);
+  EXPECT_EQ(ev[0].code, 5);
+  EXPECT_EQ(ev[1].code, 1);
+  EXPECT_EQ(ev[1].text.rfind("device[127.0.0.1]  socket error, fd=", 0), 0u) << ev[1].text;
+  EXPECT_EQ(Capture::Get().CountEvents(6), 0);
+  // And it connects again.
+  EXPECT_TRUE(Capture::Get().WaitEvent(5, 2, 3000));
+}
+
+// One garbage byte every 0.4 s keeps a frame "arriving" for ever; the heartbeat must go
+// out on time all the same.
+TEST_F(Timing, ATricklingDeviceDoesNotHoldBackTheHeartbeat) {
+  DevSim sim;
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  auto t0 = Clock::now();
+  ASSERT_GT(Login(sim), 0);
+  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
+  int bytes = 0;
+  bool rawOk = true;
+  auto nextByte = Clock::now();
+  auto trickle = [&]() {
+    auto now = Clock::now();
+    if (now >= nextByte) {
+      rawOk = rawOk && sim.cmd("RAW last 5a") == "OK 1";
+      ++bytes;
+      nextByte += std::chrono::milliseconds(400);
+    }
+    return static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(nextByte - Clock::now()).count());
+  };
+  bool ok = false;
+  auto all = qxtest::RecordArrivals(sim, t0, 25.0, 400, trickle, &ok);
+  ASSERT_TRUE(ok) << "control channel";
+  EXPECT_TRUE(rawOk);
+  EXPECT_GE(bytes, 55);
+  auto hb = qxtest::TimesOf(all, "30000", "35001");
+  ASSERT_EQ(hb.size(), 2u);
+  EXPECT_GE(hb[0], 8.5);
+  EXPECT_LE(hb[0], 11.5);
+  EXPECT_GE(hb[1] - hb[0], 8.5);
+  EXPECT_LE(hb[1] - hb[0], 11.5);
+  EXPECT_LE(25.0 - hb[1], 11.5);
+  std::printf("heartbeats at %.2f s and %.2f s under a trickle of %d bytes\n", hb[0], hb[1], bytes);
+  EXPECT_EQ(Capture::Get().CountEvents(1), 0);
+}
+
+}  // namespace
