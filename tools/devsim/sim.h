@@ -14,6 +14,9 @@
 
 #include "proto.h"
 
+struct sockaddr_in;
+struct epoll_event;
+
 namespace devsim {
 
 int64_t nowMs();
@@ -192,32 +195,57 @@ class Sim {
   void addTimer(int64_t at, std::function<void()> fn);
   void runTimers();
   int64_t nextTimer() const;
+  int loopTimeout() const;
+  void dispatch(const epoll_event& ev);
+  void onConnEvent(int id, uint32_t events);
+  void onSignal();
+  void reapClosed();
+  void flushControlsOnExit();
+  void logf(LogLevel lvl, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
+  // start-up (setup.cpp)
+  void setupSignals();
+  bool setupDevices();
+  bool setupControl();
+  bool runScript();
+  bool writePortFile();
   bool openListener(Device& d);
   void closeListener(Device& d);
+  // device connections (conn.cpp)
   void onAccept(Device& d);
+  void pauseAccept(Device& d);
+  void addConn(Device& d, int fd, const sockaddr_in& peer);
   void onConnReadable(Conn& c);
+  void onPeerClosed(Conn& c);
   void flushConn(Conn& c);
+  bool writeSegment(Conn& c, Segment& s);
+  void armFlushTimer(Conn& c, int64_t due);
   void updateConnEvents(Conn& c);
   void closeConn(Conn& c, bool rst, const std::string& why);
-  void reapClosed();
+  // control clients (control_io.cpp)
   void onControlAccept();
   void onControlReadable(ControlClient& cc);
   void processControl(ControlClient& cc);
   void flushControl(ControlClient& cc);
   void checkWaits();
-  bool writePortFile();
-  void logf(LogLevel lvl, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
 
-  // device behaviour (device.cpp)
+  // device behaviour (device.cpp, upload.cpp, download.cpp)
   void parseFrames(Conn& c);
   void handleMessage(Conn& c, const char* payload, size_t size);
   void handleAuth(Conn& c, Device& d, const Message& m);
   void handleConfig(Conn& c, Device& d, const Message& m);
+  void handleUserData(Conn& c, Device& d, const Message& m);
   void handleSysctl(Conn& c, Device& d, const Message& m, const char* payload, size_t size);
   void handleUploadAnnounce(Conn& c, Device& d, const Message& m);
   void handleUploadChunk(Conn& c, Device& d, const Message& m, const char* payload, size_t size);
+  UploadReport& uploadForChunk(Conn& c, const std::string& cmd);
+  void checkChunk(UploadReport& u, const Message& m, const char* payload, size_t size, long long pos,
+                  long long len);
   void finishUpload(Conn& c, Device& d, const std::string& state);
+  void completeUpload(Device& d, UploadReport& u);
   void serveDownload(Conn& c, Device& d);
+  bool downloadContent(Conn& c, Device& d, std::string& content, std::string& source);
+  void sendDownloadData(Conn& c, Device& d, const std::string& served,
+                        const std::vector<std::pair<size_t, size_t>>& pieces, DownloadReport& r);
   void reboot(Device& d, Conn* requester);
   void reopenAfterReboot(int idx);
   void answer(Conn& c, const std::string& type, const std::string& cmd, long long result,
