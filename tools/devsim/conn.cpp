@@ -81,7 +81,11 @@ void Sim::onConnReadable(Conn& c) {
     }
     if (errno == EAGAIN || errno == EWOULDBLOCK) break;
     if (errno == EINTR) continue;
-    closeConn(c, false, std::string("recv: ") + strerror(errno));
+    // A reset comes after the bytes that preceded it: those frames still count
+    // (the last chunks of an upload, say), though no answer can reach the peer.
+    c.peerGone = true;
+    c.goneWhy = std::string("recv: ") + strerror(errno);
+    parseFrames(c);
     return;
   }
   parseFrames(c);
@@ -103,7 +107,7 @@ void Sim::onPeerClosed(Conn& c) {
 }
 
 void Sim::sendRaw(Conn& c, const std::string& bytes, int delayMs, bool closeAfter, bool rst) {
-  if (c.closed) return;
+  if (c.closed || c.peerGone) return;
   Segment s;
   s.data = bytes;
   s.delayMs = delayMs;
@@ -141,10 +145,22 @@ bool Sim::writeSegment(Conn& c, Segment& s) {
       updateConnEvents(c);
       return false;
     }
-    closeConn(c, false, std::string("send: ") + strerror(errno));
+    sendFailed(c, std::string("send: ") + strerror(errno));
     return false;
   }
   return true;
+}
+
+// The peer is gone. While its frames are being handled the close waits for the
+// last of them (an upload's final chunks still count); nothing more is sent.
+void Sim::sendFailed(Conn& c, const std::string& why) {
+  if (!c.parsing) {
+    closeConn(c, false, why);
+    return;
+  }
+  c.peerGone = true;
+  c.goneWhy = why;
+  c.out.clear();
 }
 
 void Sim::flushConn(Conn& c) {
@@ -182,12 +198,7 @@ void Sim::updateConnEvents(Conn& c) {
 void Sim::closeConn(Conn& c, bool rst, const std::string& why) {
   if (c.closed) return;
   c.closed = true;
-  if (c.upload && c.upload->state == "active") {
-    c.upload->errors.push_back("connection closed during upload");
-    finishUpload(c, devices_[static_cast<size_t>(c.dev)], "abandoned");
-  } else if (c.upload && c.upload->state == "waiting") {
-    finishUpload(c, devices_[static_cast<size_t>(c.dev)], "abandoned");
-  }
+  if (c.upload) endUploadOnClose(c, devices_[static_cast<size_t>(c.dev)]);
   if (rst) {
     linger lg{1, 0};
     setsockopt(c.fd, SOL_SOCKET, SO_LINGER, &lg, sizeof lg);

@@ -19,6 +19,7 @@ std::string filler(size_t n) { return std::string(n, '\x5a'); }
 }  // namespace
 
 void Sim::parseFrames(Conn& c) {
+  c.parsing = true;
   while (!c.closed) {
     size_t avail = c.in.size() - c.inOff;
     if (avail < 8) break;
@@ -57,6 +58,9 @@ void Sim::parseFrames(Conn& c) {
     c.in.erase(0, c.inOff);
     c.inOff = 0;
   }
+  c.parsing = false;
+  // The peer went away meanwhile: it is closed only now, after the last frame.
+  if (c.peerGone) closeConn(c, false, c.goneWhy);
 }
 
 void Sim::record(Conn& c, const Message& m) {

@@ -132,6 +132,9 @@ struct Conn {
   bool wantOut = false;
   bool closed = false;
   bool peerClosed = false;  // peer sent FIN: no more reading, pending output still goes
+  bool parsing = false;     // its received frames are being handled
+  bool peerGone = false;    // reset or unwritable: closed once the frames are handled
+  std::string goneWhy;
   bool timerArmed = false;
   FrameFault fault;
   long long rxFrames = 0, txFrames = 0, rxBytes = 0, txBytes = 0, badBytes = 0;
@@ -220,6 +223,7 @@ class Sim {
   bool writeSegment(Conn& c, Segment& s);
   void armFlushTimer(Conn& c, int64_t due);
   void updateConnEvents(Conn& c);
+  void sendFailed(Conn& c, const std::string& why);
   void closeConn(Conn& c, bool rst, const std::string& why);
   // control clients (control_io.cpp)
   void onControlAccept();
@@ -242,6 +246,7 @@ class Sim {
                   long long len);
   void finishUpload(Conn& c, Device& d, const std::string& state);
   void completeUpload(Device& d, UploadReport& u);
+  void endUploadOnClose(Conn& c, Device& d);
   void serveDownload(Conn& c, Device& d);
   bool downloadContent(Conn& c, Device& d, std::string& content, std::string& source);
   void sendDownloadData(Conn& c, Device& d, const std::string& served,

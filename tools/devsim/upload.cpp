@@ -109,6 +109,24 @@ void Sim::handleUploadChunk(Conn& c, Device& d, const Message& m, const char* pa
   bump("upload_chunks");
 }
 
+// The connection ends with an upload open. Every announced byte arrived: the
+// file is whole, recorded as done, with a note that its end-of-file chunk never
+// came. Otherwise the upload is abandoned.
+void Sim::endUploadOnClose(Conn& c, Device& d) {
+  UploadReport& u = *c.upload;
+  if (u.state == "waiting") {
+    finishUpload(c, d, "abandoned");
+  } else if (u.state != "active") {
+    return;
+  } else if (u.chunks > 0 && u.announced >= 0 && static_cast<long long>(u.data.size()) == u.announced) {
+    u.errors.push_back("connection closed before the end-of-file chunk");
+    finishUpload(c, d, "done");
+  } else {
+    u.errors.push_back("connection closed during upload");
+    finishUpload(c, d, "abandoned");
+  }
+}
+
 // Checksums, the announced length, and the file in the upload directory.
 void Sim::completeUpload(Device& d, UploadReport& u) {
   u.fnv = fnv1a64(u.data.data(), u.data.size());
