@@ -194,6 +194,12 @@ void Sim::handleAuth(Conn& c, Device& d, const Message& m) {
     bump("auth_ignored");
     return;
   }
+  if (d.s.authMode == "close") {
+    // A device that hangs up during authentication.
+    bump("auth_hangups");
+    closeConn(c, false, "closed on authentication");
+    return;
+  }
   auto it = d.accounts.find(user);
   bool good = d.s.authMode == "normal" && it != d.accounts.end() && it->second == pass;
   if (good) {

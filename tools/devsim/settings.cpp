@@ -98,9 +98,12 @@ std::string getFlag(const Settings& s) { return "0x" + hex32(s.answerFlag); }
 using S = Settings;
 
 const SettingDef kSettings[] = {
-    {"auth_mode", setChoice<&S::authMode>, getWord<&S::authMode>, "normal|silent|refuse",
-     "  auth_mode normal|silent|refuse   silent: never answer authentication;\n"
-     "                                   refuse: refuse every account\n"},
+    {"auth_mode", setChoice<&S::authMode>, getWord<&S::authMode>, "normal|silent|refuse|close",
+     "  auth_mode normal|silent|refuse|close\n"
+     "                                   silent: never answer authentication;\n"
+     "                                   refuse: refuse every account; close: close\n"
+     "                                   the connection on an authentication request,\n"
+     "                                   unanswered\n"},
     {"auth_refusal", setNum<&S::authRefusal>, getNum<&S::authRefusal>, nullptr,
      "  auth_refusal CODE                result for refused accounts (default 2)\n"},
     {"max_channels", setNum<&S::maxChannels>, getNum<&S::maxChannels>, nullptr,

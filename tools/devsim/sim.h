@@ -78,7 +78,7 @@ struct DownloadReport {
 };
 
 struct Settings {
-  std::string authMode = "normal";  // normal, silent, refuse
+  std::string authMode = "normal";  // normal, silent, refuse, close
   long long authRefusal = 2;
   long long maxChannels = 16;       // < 0: authentication answer carries no body
   bool heartbeatAnswer = true;
