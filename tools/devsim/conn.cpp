@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -117,6 +118,16 @@ void Sim::sendRaw(Conn& c, const std::string& bytes, int delayMs, bool closeAfte
   flushConn(c);
 }
 
+void Sim::sendPaced(Conn& c, const std::string& pattern, size_t total, int paceMs) {
+  if (c.closed || c.peerGone || pattern.empty() || total == 0) return;
+  Segment s;
+  s.data = pattern;
+  s.paceMs = std::max(1, paceMs);
+  s.total = total;
+  c.out.push_back(std::move(s));
+  flushConn(c);
+}
+
 // Arms the connection's timer for a piece that is not due yet.
 void Sim::armFlushTimer(Conn& c, int64_t due) {
   if (c.timerArmed) return;
@@ -130,8 +141,10 @@ void Sim::armFlushTimer(Conn& c, int64_t due) {
   });
 }
 
-// Writes the head piece; false when the socket is full or the connection closed.
-bool Sim::writeSegment(Conn& c, Segment& s) {
+// Writes the head piece: All when it is out, Later when a paced piece has its
+// next byte due, Blocked when the socket is full or the connection closed.
+Sim::Wrote Sim::writeSegment(Conn& c, Segment& s) {
+  if (s.paceMs > 0) return writePaced(c, s);
   while (s.off < s.data.size()) {
     ssize_t n = send(c.fd, s.data.data() + s.off, s.data.size() - s.off, MSG_NOSIGNAL);
     if (n > 0) {
@@ -143,12 +156,33 @@ bool Sim::writeSegment(Conn& c, Segment& s) {
     if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
       c.wantOut = true;
       updateConnEvents(c);
-      return false;
+      return Wrote::Blocked;
     }
     sendFailed(c, std::string("send: ") + strerror(errno));
-    return false;
+    return Wrote::Blocked;
   }
-  return true;
+  return Wrote::All;
+}
+
+// One byte of a paced piece (TRICKLE); the next one falls due paceMs later.
+Sim::Wrote Sim::writePaced(Conn& c, Segment& s) {
+  char b = s.data[s.off % s.data.size()];
+  ssize_t n = send(c.fd, &b, 1, MSG_NOSIGNAL);
+  if (n == 1) {
+    ++s.off;
+    ++c.txBytes;
+    bump("trickle_bytes");
+    if (s.off >= s.total) return Wrote::All;
+    s.due = nowMs() + s.paceMs;
+    return Wrote::Later;
+  }
+  if (n < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK)) {
+    c.wantOut = true;
+    updateConnEvents(c);
+    return Wrote::Blocked;
+  }
+  sendFailed(c, std::string("send: ") + strerror(errno));
+  return Wrote::Blocked;
 }
 
 // The peer is gone. While its frames are being handled the close waits for the
@@ -172,7 +206,9 @@ void Sim::flushConn(Conn& c) {
       armFlushTimer(c, s.due);
       break;
     }
-    if (!writeSegment(c, s)) return;
+    Wrote w = writeSegment(c, s);
+    if (w == Wrote::Blocked) return;
+    if (w == Wrote::Later) continue;
     bool closeAfter = s.closeAfter, rst = s.rst;
     c.out.pop_front();
     if (closeAfter) {

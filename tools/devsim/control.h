@@ -99,6 +99,7 @@ struct Cmd {
   std::string cutFrame();
   std::string hb();
   std::string authAnswer();
+  std::string trickle();
   // ctl_report.cpp
   std::string camstat();
   std::string alarm();

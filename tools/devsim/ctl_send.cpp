@@ -134,4 +134,20 @@ std::string Cmd::authAnswer() {
   return okCount(cs.size());
 }
 
+// Bytes one at a time, INTERVAL_MS apart, from the loop's timers: a device
+// that dribbles. What is sent later waits behind them, as on a real stream.
+std::string Cmd::trickle() {
+  long long bytes, interval;
+  if (a.pos.size() < 3 || !parseInt(a.pos[1], bytes) || bytes < 1 || bytes > (16 << 20) ||
+      !parseInt(a.pos[2], interval) || interval < 1 || interval > 3600000)
+    return "ERR usage: TRICKLE CONN BYTES INTERVAL_MS [hex=H]";
+  std::string pattern(1, '\x5a');
+  if (a.has("hex") && (!fromHex(a.get("hex"), pattern) || pattern.empty())) return "ERR bad hex";
+  std::vector<Conn*> cs;
+  if (!needConns(0, cs)) return "ERR " + err;
+  for (Conn* c : cs) sim.sendPaced(*c, pattern, static_cast<size_t>(bytes), static_cast<int>(interval));
+  sim.bump("trickles", static_cast<long long>(cs.size()));
+  return okCount(cs.size());
+}
+
 }  // namespace devsim

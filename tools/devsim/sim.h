@@ -30,6 +30,8 @@ struct Segment {
   int delayMs = 0;
   bool closeAfter = false;  // close the connection once this piece is written
   bool rst = false;         // ... with a reset instead of a FIN
+  int paceMs = 0;           // > 0: one byte at a time, paceMs apart (data repeated up to total)
+  size_t total = 0;         // bytes of a paced piece
   int64_t due = -1;         // set when the piece reaches the head of the queue
   size_t off = 0;
 };
@@ -220,7 +222,9 @@ class Sim {
   void onConnReadable(Conn& c);
   void onPeerClosed(Conn& c);
   void flushConn(Conn& c);
-  bool writeSegment(Conn& c, Segment& s);
+  enum class Wrote { All, Later, Blocked };
+  Wrote writeSegment(Conn& c, Segment& s);
+  Wrote writePaced(Conn& c, Segment& s);
   void armFlushTimer(Conn& c, int64_t due);
   void updateConnEvents(Conn& c);
   void sendFailed(Conn& c, const std::string& why);
@@ -260,6 +264,8 @@ class Sim {
   void sendPayload(Conn& c, const std::string& payload);  // framed, with faults applied
   void sendRaw(Conn& c, const std::string& bytes, int delayMs = 0, bool closeAfter = false,
                bool rst = false);
+  // total bytes of pattern (repeated), one every paceMs, driven by the loop's timers
+  void sendPaced(Conn& c, const std::string& pattern, size_t total, int paceMs);
   std::string alarmBody(const std::map<std::string, std::string>& kv, std::string& err) const;
 
  private:

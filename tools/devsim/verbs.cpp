@@ -126,6 +126,11 @@ const std::vector<Verb>& verbTable() {
        "  AUTHANSWER CONN [result=N] [maxch=N]       an authentication answer now\n"},
       {"CLOSE", &Cmd::close, 0, nullptr,
        "  CLOSE CONN|all [rst=1]        close connections\n"},
+      {"TRICKLE", &Cmd::trickle, 0, nullptr,
+       "  TRICKLE CONN BYTES INTERVAL_MS [hex=H]\n"
+       "                                BYTES filler bytes (0x5a), or the bytes of H\n"
+       "                                repeated, one at a time INTERVAL_MS apart; what\n"
+       "                                is sent later waits behind them\n"},
   };
   return table;
 }
