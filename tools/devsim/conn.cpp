@@ -60,6 +60,7 @@ void Sim::addConn(Device& d, int fd, const sockaddr_in& sa) {
   ev.data.u64 = epollTag(kConn, static_cast<uint64_t>(c->id));
   epoll_ctl(epfd_, EPOLL_CTL_ADD, fd, &ev);
   lastConnId_ = c->id;
+  d.connIds.insert(c->id);
   connDev_[c->id] = d.index;
   fdToConn_[fd] = c->id;
   bump("connections_accepted");
@@ -107,13 +108,14 @@ void Sim::onPeerClosed(Conn& c) {
   sendRaw(c, std::string(), 0, true, false);
 }
 
-void Sim::sendRaw(Conn& c, const std::string& bytes, int delayMs, bool closeAfter, bool rst) {
+void Sim::sendRaw(Conn& c, const std::string& bytes, int delayMs, bool closeAfter, bool rst, bool midFrame) {
   if (c.closed || c.peerGone) return;
   Segment s;
   s.data = bytes;
   s.delayMs = delayMs;
   s.closeAfter = closeAfter;
   s.rst = rst;
+  s.midFrame = midFrame;
   c.out.push_back(std::move(s));
   flushConn(c);
 }
@@ -198,6 +200,7 @@ void Sim::sendFailed(Conn& c, const std::string& why) {
 }
 
 void Sim::flushConn(Conn& c) {
+  if (c.stalled) return;  // resumeConn flushes
   while (!c.closed && !c.out.empty()) {
     Segment& s = c.out.front();
     int64_t now = nowMs();
@@ -210,6 +213,7 @@ void Sim::flushConn(Conn& c) {
     if (w == Wrote::Blocked) return;
     if (w == Wrote::Later) continue;
     bool closeAfter = s.closeAfter, rst = s.rst;
+    c.midFrameOut = s.midFrame;
     c.out.pop_front();
     if (closeAfter) {
       closeConn(c, rst, "closed after write");
@@ -224,17 +228,65 @@ void Sim::flushConn(Conn& c) {
 
 void Sim::updateConnEvents(Conn& c) {
   if (c.closed) return;
+  if (c.stalled) {
+    // Out of the epoll set: a stalled connection must not wake the loop, not even
+    // with a hang-up, which epoll reports whatever the mask.
+    if (c.watched) epoll_ctl(epfd_, EPOLL_CTL_DEL, c.fd, nullptr);
+    c.watched = false;
+    return;
+  }
   epoll_event ev{};
   ev.events = (c.peerClosed ? 0u : static_cast<uint32_t>(EPOLLIN | EPOLLRDHUP)) |
               (c.wantOut ? static_cast<uint32_t>(EPOLLOUT) : 0u);
   ev.data.u64 = epollTag(kConn, static_cast<uint64_t>(c.id));
-  epoll_ctl(epfd_, EPOLL_CTL_MOD, c.fd, &ev);
+  epoll_ctl(epfd_, c.watched ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, c.fd, &ev);
+  c.watched = true;
+}
+
+void Sim::stallConn(Conn& c, long long ms) {
+  int64_t until = nowMs() + std::max<long long>(0, ms);
+  if (c.stalled && until <= c.stalledUntil) return;
+  c.stalled = true;
+  c.stalledUntil = until;
+  updateConnEvents(c);
+  int id = c.id;
+  addTimer(until, [this, id]() {
+    Conn* cc = findConn(id);
+    if (cc && cc->stalled && nowMs() >= cc->stalledUntil) resumeConn(*cc);
+  });
+}
+
+void Sim::resumeConn(Conn& c) {
+  c.stalled = false;
+  c.wantOut = !c.out.empty();  // written when the socket can take it
+  updateConnEvents(c);
+  flushConn(c);
+}
+
+// n filler bytes where a frame ends: before the first queued piece that starts
+// at a frame boundary, or at the end. False when the connection is closing.
+bool Sim::insertFiller(Conn& c, size_t n) {
+  auto at = c.out.begin();
+  bool headStarted = !c.out.empty() && c.out.front().off > 0;
+  if (headStarted || (!c.out.empty() && c.midFrameOut)) {
+    // Behind the piece that finishes the frame in progress.
+    while (std::next(at) != c.out.end() && at->midFrame) ++at;
+    if (at->midFrame || at->closeAfter) return false;
+    ++at;
+  }
+  Segment s;
+  s.data.assign(n, '\x5a');
+  c.out.insert(at, std::move(s));
+  flushConn(c);
+  return true;
 }
 
 void Sim::closeConn(Conn& c, bool rst, const std::string& why) {
   if (c.closed) return;
   c.closed = true;
-  if (c.upload) endUploadOnClose(c, devices_[static_cast<size_t>(c.dev)]);
+  Device& d = devices_[static_cast<size_t>(c.dev)];
+  d.connIds.erase(c.id);
+  if (c.upload) endUploadOnClose(c, d);
   if (rst) {
     linger lg{1, 0};
     setsockopt(c.fd, SOL_SOCKET, SO_LINGER, &lg, sizeof lg);

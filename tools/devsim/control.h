@@ -105,6 +105,7 @@ struct Cmd {
   std::string alarm();
   // ctl_fault.cpp
   std::string arm();
+  std::string chaos();
 
  private:
   std::string msgOptions(long long& conn, long long& max);
@@ -112,6 +113,7 @@ struct Cmd {
   std::string uploadAnswer(const std::string& sub);
   std::string uploadShow();
   std::string configSet();
+  std::string chaosShow();
 };
 
 // A row of the verb table. Rows without a handler are section headings of the

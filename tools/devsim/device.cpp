@@ -129,7 +129,7 @@ void Sim::sendPayload(Conn& c, const std::string& payload) {
     for (size_t off = 0; off < bytes.size(); off += ff.split) {
       bool last = off + ff.split >= bytes.size();
       sendRaw(c, bytes.substr(off, ff.split), off == 0 ? 0 : ff.delayMs, last && closeAfter,
-              last && closeAfter && ff.rst);
+              last && closeAfter && ff.rst, !last);
       if (c.closed) return;
     }
   } else {
@@ -265,14 +265,15 @@ void Sim::reboot(Device& d, Conn* requester) {
   // The listener goes first: a client that sees its connection end must not
   // find the port still accepting.
   closeListener(d);
-  for (auto& kv : conns_) {
-    Conn& c = *kv.second;
-    if (c.closed || c.dev != d.index) continue;
-    if (&c == requester && !c.out.empty()) {
+  std::vector<int> ids(d.connIds.begin(), d.connIds.end());  // closing edits the set
+  for (int id : ids) {
+    Conn* c = findConn(id);
+    if (!c) continue;
+    if (c == requester && !c->out.empty()) {
       // Let the answer leave first; the close follows it.
-      sendRaw(c, std::string(), 0, true, false);
+      sendRaw(*c, std::string(), 0, true, false);
     } else {
-      closeConn(c, false, "reboot");
+      closeConn(*c, false, "reboot");
     }
   }
   d.rebooting = true;

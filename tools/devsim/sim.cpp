@@ -87,7 +87,7 @@ int Sim::loopTimeout() const {
 
 void Sim::onConnEvent(int id, uint32_t e) {
   Conn* c = findConn(id);
-  if (!c) return;
+  if (!c || c->stalled) return;  // a stall began earlier in this batch
   if (c->peerClosed) {
     if (e & (EPOLLHUP | EPOLLERR)) closeConn(*c, false, "peer gone");
   } else if (e & (EPOLLIN | EPOLLRDHUP | EPOLLHUP | EPOLLERR)) {

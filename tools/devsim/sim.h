@@ -7,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -30,6 +31,7 @@ struct Segment {
   int delayMs = 0;
   bool closeAfter = false;  // close the connection once this piece is written
   bool rst = false;         // ... with a reset instead of a FIN
+  bool midFrame = false;    // the piece ends inside a frame: nothing may come between
   int paceMs = 0;           // > 0: one byte at a time, paceMs apart (data repeated up to total)
   size_t total = 0;         // bytes of a paced piece
   int64_t due = -1;         // set when the piece reaches the head of the queue
@@ -107,6 +109,17 @@ struct Settings {
   uint32_t answerFlag = kFlagLibrary;
 };
 
+// CHAOS: random faults every period, one random sequence per device.
+struct Chaos {
+  bool on = false;
+  long long periodMs = 1000;
+  long long drop = 0, garbage = 0, reboot = 0, stall = 0;  // per mille
+  long long stallMs = 3000;
+  uint64_t seed = 0;
+  uint64_t rng = 0;       // state of the device's sequence
+  unsigned gen = 0;       // a new CHAOS or CHAOS off cancels the pending round
+};
+
 struct Device {
   int index = 0;
   std::string host = "127.0.0.1";
@@ -119,6 +132,8 @@ struct Device {
   std::string userData;
   std::vector<UploadReport> uploads;      // finished, cancelled or refused
   std::vector<DownloadReport> downloads;
+  std::set<int> connIds;                  // its open connections
+  Chaos chaos;
 };
 
 struct Conn {
@@ -132,12 +147,16 @@ struct Conn {
   size_t inOff = 0;
   std::deque<Segment> out;
   bool wantOut = false;
+  bool midFrameOut = false;  // the last piece written ended inside a frame
   bool closed = false;
   bool peerClosed = false;  // peer sent FIN: no more reading, pending output still goes
   bool parsing = false;     // its received frames are being handled
   bool peerGone = false;    // reset or unwritable: closed once the frames are handled
   std::string goneWhy;
   bool timerArmed = false;
+  bool watched = true;      // registered with epoll (not while stalled)
+  bool stalled = false;     // CHAOS stall: neither read nor written until stalledUntil
+  int64_t stalledUntil = 0;
   FrameFault fault;
   long long rxFrames = 0, txFrames = 0, rxBytes = 0, txBytes = 0, badBytes = 0;
   std::unique_ptr<UploadReport> upload;
@@ -229,6 +248,15 @@ class Sim {
   void updateConnEvents(Conn& c);
   void sendFailed(Conn& c, const std::string& why);
   void closeConn(Conn& c, bool rst, const std::string& why);
+  void stallConn(Conn& c, long long ms);
+  void resumeConn(Conn& c);
+  bool insertFiller(Conn& c, size_t n);
+  // CHAOS (chaos.cpp)
+  void startChaos(Device& d, const Chaos& cfg);
+  void stopChaos(Device& d);
+  void scheduleChaos(Device& d);
+  void chaosRound(Device& d);
+  void chaosOnConn(Chaos& ch, Conn& c);
   // control clients (control_io.cpp)
   void onControlAccept();
   void onControlReadable(ControlClient& cc);
@@ -263,7 +291,7 @@ class Sim {
   // also used by the control commands
   void sendPayload(Conn& c, const std::string& payload);  // framed, with faults applied
   void sendRaw(Conn& c, const std::string& bytes, int delayMs = 0, bool closeAfter = false,
-               bool rst = false);
+               bool rst = false, bool midFrame = false);
   // total bytes of pattern (repeated), one every paceMs, driven by the loop's timers
   void sendPaced(Conn& c, const std::string& pattern, size_t total, int paceMs);
   std::string alarmBody(const std::map<std::string, std::string>& kv, std::string& err) const;

@@ -131,6 +131,24 @@ const std::vector<Verb>& verbTable() {
        "                                BYTES filler bytes (0x5a), or the bytes of H\n"
        "                                repeated, one at a time INTERVAL_MS apart; what\n"
        "                                is sent later waits behind them\n"},
+      {nullptr, nullptr, 0, nullptr,
+       "Chaos (hostile devices, soak tests):\n"},
+      {"CHAOS", &Cmd::chaos, 0, nullptr,
+       "  CHAOS [dev=K] [period_ms=1000] [drop=N] [garbage=N] [reboot=N] [stall=N]\n"
+       "        [stall_ms=3000] [seed=S]\n"
+       "                                every period, for each open connection of the\n"
+       "                                device, with probability N/1000 each: drop (close,\n"
+       "                                1 in 8 with a reset), garbage (1..4096 filler bytes\n"
+       "                                between frames), stall (neither read nor write for\n"
+       "                                stall_ms, then the queued output); and per device\n"
+       "                                with probability reboot/1000, a REBOOT. One seed\n"
+       "                                gives one sequence (random when absent).\n"
+       "                                OK devices=N seed=S. STATS: chaos_rounds,\n"
+       "                                chaos_drops, chaos_garbage, chaos_reboots,\n"
+       "                                chaos_stalls\n"
+       "  CHAOS [dev=K]                 OK off | OK on period_ms= drop= garbage= reboot=\n"
+       "                                stall= stall_ms= seed=\n"
+       "  CHAOS off [dev=K]             stop\n"},
   };
   return table;
 }
