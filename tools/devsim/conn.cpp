@@ -45,6 +45,13 @@ void Sim::pauseAccept(Device& d) {
 }
 
 void Sim::addConn(Device& d, int fd, const sockaddr_in& sa) {
+  if (openConns_ >= opt_.maxConns) {
+    // Over --max-conns: keep the descriptors the control channel needs.
+    close(fd);
+    bump("connections_refused");
+    return;
+  }
+  ++openConns_;
   int one = 1;
   setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
   auto c = std::make_unique<Conn>();
@@ -284,6 +291,7 @@ bool Sim::insertFiller(Conn& c, size_t n) {
 void Sim::closeConn(Conn& c, bool rst, const std::string& why) {
   if (c.closed) return;
   c.closed = true;
+  --openConns_;
   Device& d = devices_[static_cast<size_t>(c.dev)];
   d.connIds.erase(c.id);
   if (c.upload) endUploadOnClose(c, d);

@@ -54,7 +54,11 @@ void Sim::parseFrames(Conn& c) {
     c.inOff += len;
     handleMessage(c, copy.data(), copy.size());
   }
-  if (c.inOff > 0 && (c.inOff == c.in.size() || c.inOff > (1u << 20))) {
+  if (c.inOff > 0 && c.inOff == c.in.size()) {
+    // All consumed: give the buffer back, an idle connection keeps none.
+    std::string().swap(c.in);
+    c.inOff = 0;
+  } else if (c.inOff > (1u << 20)) {
     c.in.erase(0, c.inOff);
     c.inOff = 0;
   }

@@ -35,6 +35,11 @@ Options:
   --upload-dir DIR     where finished uploads are written
                        (upload_<dev>_<n>.bin unless SET upload_name is used;
                        without it uploads are only checksummed)
+  --max-conns N        device connections open at once, at most (default
+                       10000); more are closed as soon as accepted. The
+                       descriptor limit is raised to the hard limit; when
+                       that is below N + devices + 100, a warning says so
+                       and fewer connections are served
   --script FILE        control commands run once at start, before the port
                        file is written (one per line, '#' comments; WAIT
                        commands are evaluated once, without waiting); any ERR

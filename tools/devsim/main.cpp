@@ -26,13 +26,27 @@ int usageError(const std::string& msg) {
   return 2;
 }
 
-// Many simultaneous sessions need many descriptors: take what the hard limit allows.
-void raiseFileLimit() {
+// Many simultaneous sessions need many descriptors: take what the hard limit
+// allows. When even that is short of --max-conns connections plus a listener
+// per device and some spare (control channel, files, epoll), say so and serve
+// fewer, so that the control channel never runs out of descriptors.
+void raiseFileLimit(Options& o) {
   rlimit rl;
-  if (getrlimit(RLIMIT_NOFILE, &rl) == 0 && rl.rlim_cur < rl.rlim_max) {
+  if (getrlimit(RLIMIT_NOFILE, &rl) != 0) return;
+  if (rl.rlim_cur < rl.rlim_max) {
     rl.rlim_cur = rl.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &rl);
+    if (setrlimit(RLIMIT_NOFILE, &rl) != 0) getrlimit(RLIMIT_NOFILE, &rl);
   }
+  const rlim_t spare = static_cast<rlim_t>(o.devices) + 100;
+  const rlim_t need = static_cast<rlim_t>(o.maxConns) + spare;
+  if (rl.rlim_cur == RLIM_INFINITY || rl.rlim_cur >= need) return;
+  int fit = rl.rlim_cur > spare ? static_cast<int>(rl.rlim_cur - spare) : 1;
+  fprintf(stderr,
+          "qxdevsim: warning: the descriptor limit (%llu, hard limit %llu) is below the %llu that "
+          "--max-conns %d needs; serving at most %d connections\n",
+          static_cast<unsigned long long>(rl.rlim_cur), static_cast<unsigned long long>(rl.rlim_max),
+          static_cast<unsigned long long>(need), o.maxConns, fit);
+  o.maxConns = fit;
 }
 
 int controlOption(const std::string& v, Options& o) {
@@ -79,6 +93,9 @@ int applyOption(const std::string& name, const std::string& v, Options& o) {
     o.uploadDir = v;
   } else if (name == "--script") {
     o.script = v;
+  } else if (name == "--max-conns") {
+    if (!devsim::parseInt(v, n) || n < 1 || n > 1000000) return usageError("bad --max-conns " + v);
+    o.maxConns = static_cast<int>(n);
   }
   return 0;
 }
@@ -86,7 +103,7 @@ int applyOption(const std::string& name, const std::string& v, Options& o) {
 // Options into o; -1 to go on, else the exit code (0 after --help).
 int parseOptions(int argc, char** argv, Options& o) {
   static const char* known[] = {"--listen", "--devices", "--account", "--max-channels", "--auth-refusal",
-                                "--control", "--port-file", "--upload-dir", "--script"};
+                                "--control", "--port-file", "--upload-dir", "--script", "--max-conns"};
   for (int i = 1; i < argc; ++i) {
     std::string a = argv[i];
     if (a == "--help" || a == "-h") {
@@ -119,7 +136,7 @@ int main(int argc, char** argv) {
   Options o;
   int rc = parseOptions(argc, argv, o);
   if (rc >= 0) return rc;
-  raiseFileLimit();
+  raiseFileLimit(o);
   devsim::Sim sim(o);
   rc = sim.setup();
   if (rc != 0) return rc;

@@ -27,6 +27,10 @@ bool parseAddr(const std::string& host, uint16_t port, sockaddr_in& sa) {
   return inet_pton(AF_INET, host.c_str(), &sa.sin_addr) == 1;
 }
 
+// Thousands of clients may connect at once (a soak test starting); the kernel
+// caps the backlog at net.core.somaxconn.
+constexpr int kListenBacklog = 65535;
+
 int listenOn(const std::string& host, uint16_t port, uint16_t& bound, std::string& err) {
   sockaddr_in sa;
   if (!parseAddr(host, port, sa)) {
@@ -40,7 +44,7 @@ int listenOn(const std::string& host, uint16_t port, uint16_t& bound, std::strin
   }
   int one = 1;
   setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-  if (bind(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa) < 0 || listen(fd, 1024) < 0) {
+  if (bind(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa) < 0 || listen(fd, kListenBacklog) < 0) {
     err = std::string("bind/listen ") + host + ":" + std::to_string(port) + ": " + strerror(errno);
     close(fd);
     return -1;

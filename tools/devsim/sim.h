@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <list>
 #include <map>
 #include <memory>
 #include <set>
@@ -145,7 +146,7 @@ struct Conn {
   std::string user;
   std::string in;
   size_t inOff = 0;
-  std::deque<Segment> out;
+  std::list<Segment> out;  // a list: an idle connection holds no buffer (a deque would)
   bool wantOut = false;
   bool midFrameOut = false;  // the last piece written ended inside a frame
   bool closed = false;
@@ -199,6 +200,7 @@ struct Options {
   std::string portFile;
   std::string uploadDir;
   std::string script;
+  int maxConns = 10000;  // open device connections at most; more are closed on accept
   LogLevel log = LogLevel::Normal;
 };
 
@@ -317,6 +319,7 @@ class Sim {
   bool quit_ = false;
   int exitCode_ = 0;
   int nextConnId_ = 1;
+  int openConns_ = 0;
   uint64_t nextSeq_ = 1;
   int lastConnId_ = 0;
   std::vector<Device> devices_;
