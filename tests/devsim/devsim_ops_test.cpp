@@ -13,6 +13,8 @@
 #include "devsim_client.h"
 #include "raw_client.h"
 
+using devsimtest::chunk;
+using devsimtest::chunkHeader;
 using devsimtest::Frame;
 using devsimtest::RawClient;
 using devsimtest::tag;
@@ -20,16 +22,6 @@ using devsimtest::CheckedSim;
 using qxtest::DevSim;
 
 namespace {
-
-std::string chunkHeader(const std::string& cmd, long long start, long long len) {
-  return "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<PrivateProto>\n<head>\n<type>20000</type>\n<cmd>" + cmd +
-         "</cmd>\n<result>0</result>\n</head>\n<body><startPos>" + std::to_string(start) +
-         "</startPos>\n<dataLength>" + std::to_string(len) + "</dataLength>\n</body>\n</PrivateProto>";
-}
-
-std::string chunk(const std::string& cmd, long long start, const std::string& data) {
-  return chunkHeader(cmd, start, static_cast<long long>(data.size())) + std::string(4, '\0') + data;
-}
 
 const char* kCancelText =
     "\n\r\n<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<PrivateProto>\n<head>\n<type>20000</type>\n"

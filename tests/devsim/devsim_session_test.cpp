@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <fstream>
+#include <sstream>
 
 #include "checked_sim.h"
 #include "devsim_client.h"
@@ -459,7 +460,28 @@ TEST(DevSimHelp, DocumentsOptionsAndCommands) {
   while ((n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
   EXPECT_EQ(pclose(p), 0);
   for (const char* w : {"--listen", "--devices", "--account", "--max-channels", "--auth-refusal", "--control",
-                        "--port-file", "--upload-dir", "--script", "--quiet", "--verbose", "WAIT ", "ARM ",
-                        "CAMSTAT", "ALARM", "UPLOAD", "DOWNLOAD", "REBOOT", "CONFIG", "QUIT"})
+                        "--port-file", "--upload-dir", "--script", "--max-conns", "--quiet", "--verbose", "WAIT ",
+                        "ARM ", "CAMSTAT", "ALARM", "UPLOAD", "DOWNLOAD", "REBOOT", "CONFIG", "QUIT", "CHAOS ",
+                        "CHAOS off", "TRICKLE ", "normal|silent|refuse|close", "chaos_stalls"})
     EXPECT_NE(out.find(w), std::string::npos) << w;
+}
+
+TEST(DevSimHelp, EveryCommandInTheHelpIsKnown) {
+  CheckedSim sim;
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  std::string help = DevSim::unescape(sim.cmd("HELP").substr(3));
+  std::istringstream lines(help);
+  std::string line;
+  int verbs = 0;
+  while (std::getline(lines, line)) {
+    // Command lines start with two blanks and a word in capitals.
+    if (line.size() < 3 || line.compare(0, 2, "  ") != 0 || !isupper(static_cast<unsigned char>(line[2]))) continue;
+    std::string verb = line.substr(2, line.find(' ', 2) - 2);
+    if (verb == "QUIT") continue;  // would stop the simulator
+    ++verbs;
+    std::string reply = sim.cmd(verb);
+    EXPECT_EQ(reply.find("ERR unknown command"), std::string::npos) << verb << ": " << reply;
+  }
+  EXPECT_GE(verbs, 40);
+  EXPECT_EQ(sim.cmd("PING"), "OK pong");
 }

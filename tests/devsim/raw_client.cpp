@@ -47,6 +47,20 @@ std::string frameOf(const std::string& payload, uint32_t flag) {
   return le32(flag) + le32(static_cast<uint32_t>(payload.size())) + payload;
 }
 
+std::string chunkHeader(const std::string& cmd, long long start, long long len) {
+  return "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<PrivateProto>\n<head>\n<type>20000</type>\n<cmd>" + cmd +
+         "</cmd>\n<result>0</result>\n</head>\n<body><startPos>" + std::to_string(start) +
+         "</startPos>\n<dataLength>" + std::to_string(len) + "</dataLength>\n</body>\n</PrivateProto>";
+}
+
+std::string chunk(const std::string& cmd, long long start, const std::string& data) {
+  return chunkHeader(cmd, start, static_cast<long long>(data.size())) + std::string(4, '\0') + data;
+}
+
+std::string authBody(const std::string& user, const std::string& pass) {
+  return "<userName>" + user + "</userName>\n<password>" + pass + "</password>\n";
+}
+
 std::string tag(const std::string& text, const std::string& name) {
   size_t a = text.find("<" + name + ">");
   if (a == std::string::npos) return "<missing>";
@@ -162,8 +176,7 @@ bool RawClient::closedWithin(int ms) {
 }
 
 bool authenticate(RawClient& c, const std::string& user, const std::string& pass) {
-  if (!c.sendRequest("10000", "14012", "<userName>" + user + "</userName>\n<password>" + pass + "</password>\n"))
-    return false;
+  if (!c.sendRequest("10000", "14012", authBody(user, pass))) return false;
   Frame f;
   return c.readAnswer("10000", "14012", f) && tag(f.text(), "result") == "0";
 }

@@ -23,6 +23,11 @@ uint32_t le32At(const std::string& s, size_t off);
 std::string request(const std::string& type, const std::string& cmd, const std::string& body,
                     const std::string& result = "0");
 std::string frameOf(const std::string& payload, uint32_t flag = kFlag);
+// An upload chunk as the library frames it: header text, 4 zero bytes, data.
+std::string chunkHeader(const std::string& cmd, long long start, long long len);
+std::string chunk(const std::string& cmd, long long start, const std::string& data);
+// Body of an authentication request.
+std::string authBody(const std::string& user, const std::string& pass);
 // Text of <name>..</name>, or "<missing>".
 std::string tag(const std::string& text, const std::string& name);
 uint64_t fnv1a64(const std::string& data);

@@ -5,14 +5,19 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <list>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
 
 #include "proto.h"
+
+struct sockaddr_in;
+struct epoll_event;
 
 namespace devsim {
 
@@ -27,6 +32,9 @@ struct Segment {
   int delayMs = 0;
   bool closeAfter = false;  // close the connection once this piece is written
   bool rst = false;         // ... with a reset instead of a FIN
+  bool midFrame = false;    // the piece ends inside a frame: nothing may come between
+  int paceMs = 0;           // > 0: one byte at a time, paceMs apart (data repeated up to total)
+  size_t total = 0;         // bytes of a paced piece
   int64_t due = -1;         // set when the piece reaches the head of the queue
   size_t off = 0;
 };
@@ -75,7 +83,7 @@ struct DownloadReport {
 };
 
 struct Settings {
-  std::string authMode = "normal";  // normal, silent, refuse
+  std::string authMode = "normal";  // normal, silent, refuse, close
   long long authRefusal = 2;
   long long maxChannels = 16;       // < 0: authentication answer carries no body
   bool heartbeatAnswer = true;
@@ -102,6 +110,17 @@ struct Settings {
   uint32_t answerFlag = kFlagLibrary;
 };
 
+// CHAOS: random faults every period, one random sequence per device.
+struct Chaos {
+  bool on = false;
+  long long periodMs = 1000;
+  long long drop = 0, garbage = 0, reboot = 0, stall = 0;  // per mille
+  long long stallMs = 3000;
+  uint64_t seed = 0;
+  uint64_t rng = 0;       // state of the device's sequence
+  unsigned gen = 0;       // a new CHAOS or CHAOS off cancels the pending round
+};
+
 struct Device {
   int index = 0;
   std::string host = "127.0.0.1";
@@ -114,6 +133,8 @@ struct Device {
   std::string userData;
   std::vector<UploadReport> uploads;      // finished, cancelled or refused
   std::vector<DownloadReport> downloads;
+  std::set<int> connIds;                  // its open connections
+  Chaos chaos;
 };
 
 struct Conn {
@@ -125,11 +146,18 @@ struct Conn {
   std::string user;
   std::string in;
   size_t inOff = 0;
-  std::deque<Segment> out;
+  std::list<Segment> out;  // a list: an idle connection holds no buffer (a deque would)
   bool wantOut = false;
+  bool midFrameOut = false;  // the last piece written ended inside a frame
   bool closed = false;
   bool peerClosed = false;  // peer sent FIN: no more reading, pending output still goes
+  bool parsing = false;     // its received frames are being handled
+  bool peerGone = false;    // reset or unwritable: closed once the frames are handled
+  std::string goneWhy;
   bool timerArmed = false;
+  bool watched = true;      // registered with epoll (not while stalled)
+  bool stalled = false;     // CHAOS stall: neither read nor written until stalledUntil
+  int64_t stalledUntil = 0;
   FrameFault fault;
   long long rxFrames = 0, txFrames = 0, rxBytes = 0, txBytes = 0, badBytes = 0;
   std::unique_ptr<UploadReport> upload;
@@ -172,6 +200,7 @@ struct Options {
   std::string portFile;
   std::string uploadDir;
   std::string script;
+  int maxConns = 10000;  // open device connections at most; more are closed on accept
   LogLevel log = LogLevel::Normal;
 };
 
@@ -192,32 +221,70 @@ class Sim {
   void addTimer(int64_t at, std::function<void()> fn);
   void runTimers();
   int64_t nextTimer() const;
+  int loopTimeout() const;
+  void dispatch(const epoll_event& ev);
+  void onConnEvent(int id, uint32_t events);
+  void onSignal();
+  void reapClosed();
+  void flushControlsOnExit();
+  void logf(LogLevel lvl, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
+  // start-up (setup.cpp)
+  void setupSignals();
+  bool setupDevices();
+  bool setupControl();
+  bool runScript();
+  bool writePortFile();
   bool openListener(Device& d);
   void closeListener(Device& d);
+  // device connections (conn.cpp)
   void onAccept(Device& d);
+  void pauseAccept(Device& d);
+  void addConn(Device& d, int fd, const sockaddr_in& peer);
   void onConnReadable(Conn& c);
+  void onPeerClosed(Conn& c);
   void flushConn(Conn& c);
+  enum class Wrote { All, Later, Blocked };
+  Wrote writeSegment(Conn& c, Segment& s);
+  Wrote writePaced(Conn& c, Segment& s);
+  void armFlushTimer(Conn& c, int64_t due);
   void updateConnEvents(Conn& c);
+  void sendFailed(Conn& c, const std::string& why);
   void closeConn(Conn& c, bool rst, const std::string& why);
-  void reapClosed();
+  void stallConn(Conn& c, long long ms);
+  void resumeConn(Conn& c);
+  bool insertFiller(Conn& c, size_t n);
+  // CHAOS (chaos.cpp)
+  void startChaos(Device& d, const Chaos& cfg);
+  void stopChaos(Device& d);
+  void scheduleChaos(Device& d);
+  void chaosRound(Device& d);
+  void chaosOnConn(Chaos& ch, Conn& c);
+  // control clients (control_io.cpp)
   void onControlAccept();
   void onControlReadable(ControlClient& cc);
   void processControl(ControlClient& cc);
   void flushControl(ControlClient& cc);
   void checkWaits();
-  bool writePortFile();
-  void logf(LogLevel lvl, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
 
-  // device behaviour (device.cpp)
+  // device behaviour (device.cpp, upload.cpp, download.cpp)
   void parseFrames(Conn& c);
   void handleMessage(Conn& c, const char* payload, size_t size);
   void handleAuth(Conn& c, Device& d, const Message& m);
   void handleConfig(Conn& c, Device& d, const Message& m);
+  void handleUserData(Conn& c, Device& d, const Message& m);
   void handleSysctl(Conn& c, Device& d, const Message& m, const char* payload, size_t size);
   void handleUploadAnnounce(Conn& c, Device& d, const Message& m);
   void handleUploadChunk(Conn& c, Device& d, const Message& m, const char* payload, size_t size);
+  UploadReport& uploadForChunk(Conn& c, const std::string& cmd);
+  void checkChunk(UploadReport& u, const Message& m, const char* payload, size_t size, long long pos,
+                  long long len);
   void finishUpload(Conn& c, Device& d, const std::string& state);
+  void completeUpload(Device& d, UploadReport& u);
+  void endUploadOnClose(Conn& c, Device& d);
   void serveDownload(Conn& c, Device& d);
+  bool downloadContent(Conn& c, Device& d, std::string& content, std::string& source);
+  void sendDownloadData(Conn& c, Device& d, const std::string& served,
+                        const std::vector<std::pair<size_t, size_t>>& pieces, DownloadReport& r);
   void reboot(Device& d, Conn* requester);
   void reopenAfterReboot(int idx);
   void answer(Conn& c, const std::string& type, const std::string& cmd, long long result,
@@ -226,7 +293,9 @@ class Sim {
   // also used by the control commands
   void sendPayload(Conn& c, const std::string& payload);  // framed, with faults applied
   void sendRaw(Conn& c, const std::string& bytes, int delayMs = 0, bool closeAfter = false,
-               bool rst = false);
+               bool rst = false, bool midFrame = false);
+  // total bytes of pattern (repeated), one every paceMs, driven by the loop's timers
+  void sendPaced(Conn& c, const std::string& pattern, size_t total, int paceMs);
   std::string alarmBody(const std::map<std::string, std::string>& kv, std::string& err) const;
 
  private:
@@ -250,6 +319,7 @@ class Sim {
   bool quit_ = false;
   int exitCode_ = 0;
   int nextConnId_ = 1;
+  int openConns_ = 0;
   uint64_t nextSeq_ = 1;
   int lastConnId_ = 0;
   std::vector<Device> devices_;
