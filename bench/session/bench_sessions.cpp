@@ -54,9 +54,10 @@ long FitDescriptors(long n, const qxbench::FdLimit& lim, const qxbench::SessionC
   long sims = qxbench::MaxSessionsForFds(lim.now, 1.0, kFdReserve);
   long fit = mine < sims ? mine : sims;
   if (n <= fit) return n;
-  std::printf("%s: N=%ld does not fit the descriptor limit %lu (this process needs %.2f per session, the "
-              "simulator child 1, each + %ld): N lowered to %ld\n",
-              kProg, n, lim.now, cost.fds, kFdReserve, fit);
+  std::printf(
+      "%s: N=%ld does not fit the descriptor limit %lu (this process needs %.2f per session, the "
+      "simulator child 1, each + %ld): N lowered to %ld\n",
+      kProg, n, lim.now, cost.fds, kFdReserve, fit);
   return fit;
 }
 }  // namespace

@@ -55,8 +55,10 @@ FdLimit RaiseFdLimit(const char* prog) {
   r.before = rl.rlim_cur;
   r.hard = rl.rlim_max;
   rl.rlim_cur = rl.rlim_max;
-  if (setrlimit(RLIMIT_NOFILE, &rl) == 0) r.now = rl.rlim_cur;
-  else r.now = r.before;
+  if (setrlimit(RLIMIT_NOFILE, &rl) == 0)
+    r.now = rl.rlim_cur;
+  else
+    r.now = r.before;
   std::printf("%s: descriptor limit (RLIMIT_NOFILE) raised from %lu to the hard limit %lu\n", prog, r.before,
               r.now);
   return r;
@@ -93,8 +95,8 @@ std::vector<LimitShortfall> SessionLimitShortfalls(long sessions, double mapsPer
 
 int PrintShortfalls(const char* prog, const std::vector<LimitShortfall>& list, FILE* out) {
   for (const auto& s : list)
-    std::fprintf(out, "%s: %s = %lld is too low for this run (about %lld needed)\n", prog, s.name.c_str(),
-                 s.value, s.needed);
+    std::fprintf(out, "%s: %s = %lld is too low for this run (about %lld needed)\n", prog, s.name.c_str(), s.value,
+                 s.needed);
   return static_cast<int>(list.size());
 }
 

@@ -28,8 +28,10 @@ std::vector<long> LoginAll(qxtest::DevSim& sim, long n) {
   for (long i = 0; i < n; ++i) {
     long id = QXNet_Loc_LoginDev(const_cast<char*>("127.0.0.1"), sim.port(), const_cast<char*>("admin"),
                                  const_cast<char*>("admin"), nullptr);
-    if (id > 0) ids.push_back(id);
-    else std::fprintf(stderr, "bench_sessions: login %ld of %ld refused (%ld)\n", i + 1, n, id);
+    if (id > 0)
+      ids.push_back(id);
+    else
+      std::fprintf(stderr, "bench_sessions: login %ld of %ld refused (%ld)\n", i + 1, n, id);
   }
   return ids;
 }
@@ -96,7 +98,8 @@ SessionCost ProbeSessionCost(qxtest::DevSim& sim, int sessions) {
   for (long id : ids) QXNet_LogOutDev(id);
   sim.waitConnectionsAtMost(0, 10000);
   if (authenticated < sessions)
-    std::fprintf(stderr, "bench_sessions: probe: only %ld of %d sessions authenticated\n", authenticated, sessions);
+    std::fprintf(stderr, "bench_sessions: probe: only %ld of %d sessions authenticated\n", authenticated,
+                 sessions);
   return c;
 }
 

@@ -11,20 +11,20 @@ namespace qxbench {
 
 struct BatchResult {
   long n = 0;
-  long authenticated = 0;     // first batch, within the wait
-  long failures = 0;          // status events 0, 2, 3 of the first batch
-  double authSeconds = 0;     // until all were authenticated (or the wait ran out)
-  double idleSeconds = 0;     // length of the idle window actually measured
-  double idleCpuPct = 0;      // whole process, % of one core
+  long authenticated = 0;  // first batch, within the wait
+  long failures = 0;       // status events 0, 2, 3 of the first batch
+  double authSeconds = 0;  // until all were authenticated (or the wait ran out)
+  double idleSeconds = 0;  // length of the idle window actually measured
+  double idleCpuPct = 0;   // whole process, % of one core
   double rssKiBPerSession = 0;
   long threadsIdle = 0, fdsIdle = 0;
   double threadsPerSession = 0, fdsPerSession = 0;
-  long long heartbeats = 0;   // answered by the simulator during the idle window
-  double logoutSeconds = 0;   // QXNet_LogOutDev of every session, one thread
+  long long heartbeats = 0;  // answered by the simulator during the idle window
+  double logoutSeconds = 0;  // QXNet_LogOutDev of every session, one thread
   bool simEmptyAfterLogout = false;
   long secondAuthenticated = 0;
   double secondAuthSeconds = 0;
-  double freeSeconds = 0;     // QXNet_Free with the second batch logged in
+  double freeSeconds = 0;  // QXNet_Free with the second batch logged in
   bool simEmptyAfterFree = false;
 };
 

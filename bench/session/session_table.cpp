@@ -31,28 +31,25 @@ void PrintSessionTable(const std::vector<BatchResult>& rs, FILE* out) {
   for (const auto& r : rs) std::fprintf(out, " %20s", ("N=" + std::to_string(r.n)).c_str());
   std::fprintf(out, "\n");
   Row(out, "sessions authenticated", "all", rs, [](const BatchResult& r) {
-    return std::to_string(r.authenticated) + "/" + std::to_string(r.n) + (r.authenticated == r.n ? " ok" : " MISS");
+    return std::to_string(r.authenticated) + "/" + std::to_string(r.n) +
+           (r.authenticated == r.n ? " ok" : " MISS");
   });
   Row(out, "time until all authenticated (s)", "<= 10", rs, [](const BatchResult& r) {
     return Bounded("%.2f", r.authSeconds, kTargetAuthSeconds, r.authenticated == r.n);
   });
   Row(out, "failure events (0, 2, 3)", "0", rs, [](const BatchResult& r) { return Fmt("%.0f", r.failures); });
-  Row(out, "idle CPU, whole process (% of one core)", "<= 5", rs, [](const BatchResult& r) {
-    return Bounded("%.2f", r.idleCpuPct, kTargetIdleCpuPct);
-  });
+  Row(out, "idle CPU, whole process (% of one core)", "<= 5", rs,
+      [](const BatchResult& r) { return Bounded("%.2f", r.idleCpuPct, kTargetIdleCpuPct); });
   Row(out, "idle window (s)", "", rs, [](const BatchResult& r) { return Fmt("%.1f", r.idleSeconds); });
-  Row(out, "heartbeats answered in the window", "", rs, [](const BatchResult& r) {
-    return Fmt("%.0f", static_cast<double>(r.heartbeats));
-  });
-  Row(out, "resident memory per idle session (KiB)", "<= 64", rs, [](const BatchResult& r) {
-    return Bounded("%.1f", r.rssKiBPerSession, kTargetKiBPerSession);
-  });
+  Row(out, "heartbeats answered in the window", "", rs,
+      [](const BatchResult& r) { return Fmt("%.0f", static_cast<double>(r.heartbeats)); });
+  Row(out, "resident memory per idle session (KiB)", "<= 64", rs,
+      [](const BatchResult& r) { return Bounded("%.1f", r.rssKiBPerSession, kTargetKiBPerSession); });
   Row(out, "threads idle (total / per session)", "", rs, [](const BatchResult& r) {
     return Fmt("%.0f / %.2f", static_cast<double>(r.threadsIdle), r.threadsPerSession);
   });
-  Row(out, "descriptors idle (total / per session)", "", rs, [](const BatchResult& r) {
-    return Fmt("%.0f / %.2f", static_cast<double>(r.fdsIdle), r.fdsPerSession);
-  });
+  Row(out, "descriptors idle (total / per session)", "", rs,
+      [](const BatchResult& r) { return Fmt("%.0f / %.2f", static_cast<double>(r.fdsIdle), r.fdsPerSession); });
   Row(out, "logout of all, LogOutDev one by one (s)", "<= 2", rs, [](const BatchResult& r) {
     return Bounded("%.2f", r.logoutSeconds, kTargetLogoutSeconds, r.simEmptyAfterLogout) +
            (r.simEmptyAfterLogout ? "" : " (left open)");
