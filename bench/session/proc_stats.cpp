@@ -1,6 +1,7 @@
 #include "proc_stats.h"
 
 #include <dirent.h>
+#include <malloc.h>
 #include <sys/resource.h>
 
 #include <chrono>
@@ -8,6 +9,18 @@
 #include <cstring>
 #include <fstream>
 #include <string>
+
+#if defined(__SANITIZE_ADDRESS__)
+#define QXBENCH_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define QXBENCH_ASAN 1
+#endif
+#endif
+
+#ifdef QXBENCH_ASAN
+extern "C" size_t __sanitizer_get_current_allocated_bytes(void);
+#endif
 
 namespace qxbench {
 
@@ -34,6 +47,23 @@ long OpenFdCount() {
     if (e->d_name[0] != '.') ++n;
   closedir(d);
   return n - 1;  // the directory stream's own descriptor
+}
+
+bool UnderAddressSanitizer() {
+#ifdef QXBENCH_ASAN
+  return true;
+#else
+  return false;
+#endif
+}
+
+long HeapInUseKiB() {
+#ifdef QXBENCH_ASAN
+  return static_cast<long>(__sanitizer_get_current_allocated_bytes() / 1024);
+#else
+  struct mallinfo2 mi = mallinfo2();
+  return static_cast<long>((mi.uordblks + mi.hblkhd) / 1024);
+#endif
 }
 
 double CpuSeconds() {

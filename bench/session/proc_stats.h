@@ -7,11 +7,16 @@
 
 namespace qxbench {
 
-long RssKiB();         // VmRSS of /proc/self/status, -1 when unreadable
-long ThreadCount();    // Threads of /proc/self/status, -1 when unreadable
-long OpenFdCount();    // entries of /proc/self/fd (without the one used to list it)
-double CpuSeconds();   // user + system time of the whole process (getrusage RUSAGE_SELF)
-double NowSeconds();   // steady clock
+long RssKiB();       // VmRSS of /proc/self/status, -1 when unreadable
+long ThreadCount();  // Threads of /proc/self/status, -1 when unreadable
+long OpenFdCount();  // entries of /proc/self/fd (without the one used to list it)
+// Heap bytes the program holds (freed blocks not counted), in KiB: glibc's mallinfo2, or
+// under AddressSanitizer its allocator's count, whose quarantine keeps freed blocks
+// resident so that RSS there grows without any leak.
+long HeapInUseKiB();
+bool UnderAddressSanitizer();
+double CpuSeconds();  // user + system time of the whole process (getrusage RUSAGE_SELF)
+double NowSeconds();  // steady clock
 
 // Polls fn() every 50 ms until it returns true or timeoutSeconds pass; returns the last result.
 template <class Fn>
