@@ -1,5 +1,7 @@
 // Upload and configuration-file download throughput on loopback for a 64 MiB file,
-// beside the raw loopback TCP rate of this machine measured in the same run.
+// beside the raw loopback TCP rate of this machine measured in the same run. The upload
+// is also set beside the protocol's pacing bound (5 chunks of 163,840 bytes per 20 ms
+// turn) and its target, 90 % of that bound. Figures and ratios only: nothing is asserted.
 //
 //   bench_transfer [--mib N] [--dl-chunk BYTES]
 #include <arpa/inet.h>
@@ -22,6 +24,13 @@
 #include "devsim_client.h"
 
 namespace {
+// Upload pacing of the protocol: at most this many chunks of this size per turn.
+constexpr double kChunkBytes = 163840;
+constexpr double kChunksPerTurn = 5;
+constexpr double kTurnSeconds = 0.020;
+constexpr double kPacingBoundMBps = kChunkBytes * kChunksPerTurn / kTurnSeconds / 1e6;  // 40.96
+constexpr double kUploadTargetShare = 0.90;
+
 std::mutex g_mu;
 std::condition_variable g_cv;
 std::vector<std::pair<long, std::string>> g_events;
@@ -140,10 +149,18 @@ int main(int argc, char** argv) {
 
   double upMBps = bytes / upSeconds / 1e6;
   double dlMBps = bytes / dlSeconds / 1e6;
+  double targetMBps = kUploadTargetShare * kPacingBoundMBps;
   std::printf("file size                  %zu MiB\n", mib);
   std::printf("raw loopback TCP           %10.1f MB/s\n", raw);
-  std::printf("upload (firmware)          %10.1f MB/s  %6.2f s  ratio to raw %.3f  %s\n", upMBps, upSeconds,
-              upMBps / raw, end == QXNET_EV_UPGRADE_FINISHED ? "ok" : "FAILED");
+  std::printf("upload pacing bound        %10.2f MB/s  (%.0f chunks of %.0f bytes per %.0f ms turn)\n",
+              kPacingBoundMBps, kChunksPerTurn, kChunkBytes, kTurnSeconds * 1000);
+  std::printf("upload target              %10.2f MB/s  (>= %.0f %% of the pacing bound)\n", targetMBps,
+              kUploadTargetShare * 100);
+  std::printf("upload (firmware)          %10.1f MB/s  %6.2f s  %s\n", upMBps, upSeconds,
+              end == QXNET_EV_UPGRADE_FINISHED ? "ok" : "FAILED");
+  std::printf("  ratio to pacing bound    %10.3f      (target >= %.2f: %s)\n", upMBps / kPacingBoundMBps,
+              kUploadTargetShare, upMBps >= targetMBps ? "meets" : "misses");
+  std::printf("  ratio to raw loopback    %10.3f\n", upMBps / raw);
   std::printf("config-file download       %10.1f MB/s  %6.2f s  ratio to raw %.3f  %s (%d-byte answers)\n",
               dlMBps, dlSeconds, dlMBps / raw, dl == QXNET_EV_CFGFILE_GET_PROGRESS ? "ok" : "FAILED", dlChunk);
   std::printf("simulator's upload record: %s\n", upload.c_str());

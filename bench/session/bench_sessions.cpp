@@ -1,118 +1,95 @@
-// Logs one process in to N simulated devices and reports, for N = 100, 500, 1000 (or the
-// counts given on the command line): time until all are authenticated, resident memory
-// per session, CPU used per second while idle (heartbeats only) and threads.
+// Logs one process in to N simulated devices (default 10,000; or the counts given) and
+// reports, beside the session worker's targets: time until all are authenticated, CPU of
+// the whole process while idle (heartbeats only), resident memory per idle session,
+// threads and descriptors, then the time to log all out one by one, and, for a second
+// batch of N, the time QXNet_Free alone takes.
 //
-//   bench_sessions [N ...] [--idle SECONDS]
-#include <sys/resource.h>
-#include <sys/time.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <chrono>
+//   bench_sessions [N ...] [--idle SECONDS]      (idle window, default 20 s)
+//
+// The descriptor limit is raised to its hard value first; a count that does not fit it
+// is lowered (and said so). Kernel limits too low for that many threads are printed.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "QXNetSDK.h"
 #include "devsim_client.h"
+#include "host_limits.h"
+#include "session_batch.h"
+#include "session_table.h"
 
 namespace {
-std::atomic<int> g_auth{0};
-std::atomic<int> g_fail{0};
+const char* kProg = "bench_sessions";
+constexpr long kFdReserve = 64;  // the simulator's control channel, log files, stdio, ...
+constexpr int kProbeSessions = 8;
 
-long OnStatus(long, long code, char*, void*) {
-  if (code == QXNET_EV_AUTHENTICATED) ++g_auth;
-  if (code == QXNET_EV_CONNECT_FAILED || code == QXNET_EV_BAD_CREDENTIALS || code == QXNET_EV_AUTH_FAILED)
-    ++g_fail;
-  return 0;
+struct Options {
+  std::vector<long> counts;
+  double idleSeconds = 20;
+};
+
+bool ParseArgs(int argc, char** argv, Options& o) {
+  for (int i = 1; i < argc; ++i) {
+    if (!std::strcmp(argv[i], "--idle") && i + 1 < argc) {
+      o.idleSeconds = std::atof(argv[++i]);
+    } else {
+      char* end = nullptr;
+      long n = std::strtol(argv[i], &end, 10);
+      if (!end || *end || n <= 0) {
+        std::fprintf(stderr, "usage: %s [N ...] [--idle SECONDS]\n", kProg);
+        return false;
+      }
+      o.counts.push_back(n);
+    }
+  }
+  if (o.counts.empty()) o.counts = {10000};
+  return o.idleSeconds > 0;
 }
 
-long StatusField(const char* name) {
-  std::ifstream f("/proc/self/status");
-  std::string line;
-  size_t n = std::strlen(name);
-  while (std::getline(f, line))
-    if (line.compare(0, n, name) == 0) return std::atol(line.c_str() + n + 1);
-  return -1;
-}
-
-double CpuSeconds() {
-  struct rusage ru;
-  getrusage(RUSAGE_SELF, &ru);
-  return ru.ru_utime.tv_sec + ru.ru_stime.tv_sec + (ru.ru_utime.tv_usec + ru.ru_stime.tv_usec) / 1e6;
-}
-
-double Now() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+// Lowers n to what the descriptor limit holds for this process and the simulator child.
+long FitDescriptors(long n, const qxbench::FdLimit& lim, const qxbench::SessionCost& cost) {
+  long mine = qxbench::MaxSessionsForFds(lim.now, cost.fds, kFdReserve);
+  long sims = qxbench::MaxSessionsForFds(lim.now, 1.0, kFdReserve);
+  long fit = mine < sims ? mine : sims;
+  if (n <= fit) return n;
+  std::printf(
+      "%s: N=%ld does not fit the descriptor limit %lu (this process needs %.2f per session, the "
+      "simulator child 1, each + %ld): N lowered to %ld\n",
+      kProg, n, lim.now, cost.fds, kFdReserve, fit);
+  return fit;
 }
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::vector<int> counts;
-  double idleSeconds = 10;
-  for (int i = 1; i < argc; ++i) {
-    if (!std::strcmp(argv[i], "--idle") && i + 1 < argc)
-      idleSeconds = std::atof(argv[++i]);
-    else
-      counts.push_back(std::atoi(argv[i]));
-  }
-  if (counts.empty()) counts = {100, 500, 1000};
-
-  struct rlimit rl;
-  getrlimit(RLIMIT_NOFILE, &rl);
-  rl.rlim_cur = rl.rlim_max;
-  setrlimit(RLIMIT_NOFILE, &rl);
-
+  Options opt;
+  if (!ParseArgs(argc, argv, opt)) return 2;
+  qxbench::FdLimit lim = qxbench::RaiseFdLimit(kProg);  // before the simulator starts: it inherits it
   qxtest::DevSim sim({"--quiet"});
   if (!sim.ok()) {
-    std::fprintf(stderr, "bench_sessions: simulator did not start: %s\n", sim.error().c_str());
+    std::fprintf(stderr, "%s: simulator did not start: %s\n", kProg, sim.error().c_str());
     return 1;
   }
   QXNet_init();
-  static int user = 0;
-  QXNet_SetStatusEventCallBack(OnStatus, &user);
-
-  std::printf("%-6s %12s %12s %14s %14s %8s %s\n", "N", "auth_s", "rss_MiB", "rss_KiB/sess", "idle_cpu_%",
-              "threads", "note");
-  for (int n : counts) {
-    g_auth = 0;
-    g_fail = 0;
-    long rssBefore = StatusField("VmRSS");
-    std::vector<long> ids;
-    double t0 = Now();
-    for (int i = 0; i < n; ++i) {
-      long id = QXNet_Loc_LoginDev(const_cast<char*>("127.0.0.1"), sim.port(), const_cast<char*>("admin"),
-                                   const_cast<char*>("admin"), nullptr);
-      if (id > 0) ids.push_back(id);
+  qxbench::InstallStatusCounter();
+  qxbench::SessionCost cost = qxbench::ProbeSessionCost(sim, kProbeSessions);
+  std::printf("%s: per session seen on %d: %.2f descriptors, %.2f threads, %.2f memory mappings\n", kProg,
+              kProbeSessions, cost.fds, cost.threads, cost.maps);
+  std::vector<qxbench::BatchResult> results;
+  for (long n : opt.counts) {
+    n = FitDescriptors(n, lim, cost);
+    if (n < 1) {
+      std::fprintf(stderr, "%s: the descriptor limit %lu leaves no room for sessions\n", kProg, lim.now);
+      QXNet_Free();
+      return 1;
     }
-    double deadline = t0 + 120;
-    while (g_auth < n && Now() < deadline) std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    double authSeconds = Now() - t0;
-    int authenticated = g_auth;
-    long rssAfter = StatusField("VmRSS");
-    long threads = StatusField("Threads");
-
-    // Idle: only heartbeats flow.
-    double c0 = CpuSeconds(), w0 = Now();
-    std::this_thread::sleep_for(std::chrono::duration<double>(idleSeconds));
-    double cpuPct = 100.0 * (CpuSeconds() - c0) / (Now() - w0);
-    long heartbeats = sim.count("30000", "35001");
-
-    char note[128];
-    std::snprintf(note, sizeof(note), "authenticated=%d/%d failures=%d heartbeats_seen=%ld", authenticated, n,
-                  g_fail.load(), heartbeats);
-    std::printf("%-6d %12.2f %12.1f %14.1f %14.1f %8ld %s\n", n, authSeconds, rssAfter / 1024.0,
-                static_cast<double>(rssAfter - rssBefore) / n, cpuPct, threads, note);
+    if (qxbench::PrintShortfalls(kProg, qxbench::SessionLimitShortfalls(n, cost.maps), stdout) == 0)
+      std::printf("%s: thread, process-id, mapping and port limits hold for N=%ld\n", kProg, n);
     std::fflush(stdout);
-    double l0 = Now();
-    for (long id : ids) QXNet_LogOutDev(id);
-    std::printf("       logout of %d sessions: %.2f s\n", n, Now() - l0);
-    sim.cmd("CLEARMSGS");
+    results.push_back(qxbench::RunBatch(sim, n, opt.idleSeconds, 60.0 + static_cast<double>(n) / 100.0));
   }
   QXNet_Free();
+  qxbench::PrintSessionTable(results, stdout);
   return 0;
 }

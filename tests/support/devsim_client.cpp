@@ -307,6 +307,25 @@ bool DevSim::waitStat(const std::string& name, long long value, int timeoutMs) {
                timeoutMs + 5000);
 }
 
+bool DevSim::running() {
+  std::lock_guard<std::mutex> lock(mu_);
+  if (pid_ <= 0) return false;
+  int st = 0;
+  pid_t r = waitpid(pid_, &st, WNOHANG);
+  if (r == 0) return true;
+  if (r == pid_ && WIFSIGNALED(st)) {
+    exitText_ = "signal " + std::to_string(WTERMSIG(st));
+  } else if (r == pid_) {
+    exitStatus_ = WEXITSTATUS(st);
+    exitText_ = "exit status " + std::to_string(exitStatus_);
+  } else {
+    exitText_ = std::string("waitpid: ") + strerror(errno);
+  }
+  pid_ = -1;
+  closeControl();
+  return false;
+}
+
 int DevSim::stop(int timeoutMs) {
   if (pid_ <= 0) return exitStatus_;
   cmd("QUIT", 2000);

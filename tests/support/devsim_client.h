@@ -74,6 +74,11 @@ class DevSim {
   long long stat(const std::string& name);  // a STATS counter, 0 when absent
   bool waitStat(const std::string& name, long long value, int timeoutMs);
 
+  // False once the simulator process has ended (a crash, a kill): it is then reaped and
+  // exitDescription() says how it ended ("exit status 1", "signal 11"). Polls, never waits.
+  bool running();
+  const std::string& exitDescription() const { return exitText_; }
+
   // Asks the simulator to quit and reaps it. Returns its exit status (0 on a
   // clean exit), or -1 if it had to be killed or was not running.
   int stop(int timeoutMs = 5000);
@@ -93,6 +98,7 @@ class DevSim {
   std::string error_;
   pid_t pid_ = -1;
   int exitStatus_ = -1;
+  std::string exitText_;
   std::string tmp_;
   std::string uploadDir_;
   std::vector<uint16_t> ports_;
