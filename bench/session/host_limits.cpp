@@ -54,6 +54,19 @@ FdLimit RaiseFdLimit(const char* prog) {
   getrlimit(RLIMIT_NOFILE, &rl);
   r.before = rl.rlim_cur;
   r.hard = rl.rlim_max;
+  // Root may raise the hard limit itself, up to the kernel's fs.nr_open: ten thousand
+  // sessions need twenty thousand descriptors here and as many again in the simulator.
+  long long nrOpen = ReadNumber("/proc/sys/fs/nr_open");
+  struct rlimit raised = rl;
+  if (nrOpen > 0 && static_cast<rlim_t>(nrOpen) > rl.rlim_max) {
+    raised.rlim_cur = raised.rlim_max = static_cast<rlim_t>(nrOpen);
+    if (setrlimit(RLIMIT_NOFILE, &raised) == 0) {
+      r.now = r.hard = raised.rlim_cur;
+      std::printf("%s: descriptor limit (RLIMIT_NOFILE) raised from %lu to %lu (hard limit raised too)\n", prog,
+                  r.before, r.now);
+      return r;
+    }
+  }
   rl.rlim_cur = rl.rlim_max;
   if (setrlimit(RLIMIT_NOFILE, &rl) == 0)
     r.now = rl.rlim_cur;

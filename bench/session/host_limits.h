@@ -15,7 +15,8 @@ struct FdLimit {
   unsigned long hard = 0;
 };
 
-// Raises the soft RLIMIT_NOFILE to the hard limit and prints one line saying so.
+// Raises RLIMIT_NOFILE (as root the hard limit too, up to fs.nr_open; else the soft limit
+// to the hard one) and prints one line saying so.
 // Children started afterwards (the simulator) inherit the raised limit.
 FdLimit RaiseFdLimit(const char* prog);
 
