@@ -21,6 +21,19 @@ namespace {
 std::atomic<int> s_startCount{0};
 }
 
+int PollOne(int fd, short events, int timeoutMs, short* revents) {
+  struct pollfd p;
+  p.fd = fd;
+  p.events = events;
+  p.revents = 0;
+  int rc;
+  do {
+    rc = poll(&p, 1, timeoutMs);
+  } while (rc < 0 && errno == EINTR);
+  *revents = p.revents;
+  return rc;
+}
+
 int WSAStartup(unsigned short, void*) {
   ++s_startCount;
   return 0;
@@ -48,60 +61,42 @@ int SetSocketNoBlock(int sock, int on) {
 
 int PollSocket(int sock, bool write, int timeoutMs) {
   if (sock < 0) return QXNET_SOCKET_BROKEN;
-  struct pollfd p;
-  p.fd = sock;
-  p.events = write ? POLLOUT : POLLIN;
-  p.revents = 0;
-  int rc;
-  do {
-    rc = poll(&p, 1, timeoutMs);
-  } while (rc < 0 && errno == EINTR);
+  short revents;
+  int rc = PollOne(sock, write ? POLLOUT : POLLIN, timeoutMs, &revents);
   if (rc == 0) return 0;
   if (rc < 0) return QXNET_SOCKET_BROKEN;
   // Readable includes a peer's orderly close (recv then returns 0); an error or hang-up
   // without the wanted direction is the "exception set only" case.
-  if (p.revents & (write ? POLLOUT : (POLLIN | POLLHUP))) return 1;
+  if (revents & (write ? POLLOUT : (POLLIN | POLLHUP))) return 1;
   return QXNET_SOCKET_BROKEN;
 }
 
 int PollSocketRW(int sock, int timeoutMs) {
   if (sock < 0) return QXNET_SOCKET_BROKEN;
-  struct pollfd p;
-  p.fd = sock;
-  p.events = POLLIN | POLLOUT;
-  p.revents = 0;
-  int rc;
-  do {
-    rc = poll(&p, 1, timeoutMs);
-  } while (rc < 0 && errno == EINTR);
+  short revents;
+  int rc = PollOne(sock, POLLIN | POLLOUT, timeoutMs, &revents);
   if (rc == 0) return 0;
   if (rc < 0) return QXNET_SOCKET_BROKEN;
   int r = 0;
-  if (p.revents & (POLLIN | POLLHUP | POLLERR)) r |= 1;
-  if (p.revents & POLLOUT) r |= 2;
+  if (revents & (POLLIN | POLLHUP | POLLERR)) r |= 1;
+  if (revents & POLLOUT) r |= 2;
   if (r == 0) return QXNET_SOCKET_BROKEN;
   return r;
 }
 
 int PollConnect(int sock, int timeoutMs) {
   if (sock < 0) return -1;
-  struct pollfd p;
-  p.fd = sock;
-  p.events = POLLOUT;
-  p.revents = 0;
-  int rc;
-  do {
-    rc = poll(&p, 1, timeoutMs);
-  } while (rc < 0 && errno == EINTR);
+  short revents;
+  int rc = PollOne(sock, POLLOUT, timeoutMs, &revents);
   if (rc == 0) return 0;
-  if (rc < 0 || (p.revents & (POLLERR | POLLHUP | POLLNVAL))) return -1;
+  if (rc < 0 || (revents & (POLLERR | POLLHUP | POLLNVAL))) return -1;
   int err = 0;
   socklen_t len = sizeof(err);
   if (getsockopt(sock, SOL_SOCKET, SO_ERROR, &err, &len) != 0 || err != 0) return -1;
   struct sockaddr_storage peer;
   socklen_t plen = sizeof(peer);
   if (getpeername(sock, reinterpret_cast<struct sockaddr*>(&peer), &plen) != 0) return -1;
-  return (p.revents & POLLOUT) ? 1 : 0;
+  return (revents & POLLOUT) ? 1 : 0;
 }
 
 int ResolveIPv4(const char* host, uint32_t* addr) {
@@ -276,13 +271,8 @@ void ShutdownAndClose(int sock, int drainMs) {
       clock_gettime(CLOCK_MONOTONIC, &t);
       long elapsed = (t.tv_sec - t0.tv_sec) * 1000 + (t.tv_nsec - t0.tv_nsec) / 1000000;
       if (elapsed >= drainMs) break;
-      struct pollfd p;
-      p.fd = sock;
-      p.events = POLLIN;
-      p.revents = 0;
-      int rc = poll(&p, 1, static_cast<int>(drainMs - elapsed));
-      if (rc < 0 && errno == EINTR) continue;
-      if (rc <= 0) break;
+      short revents;
+      if (PollOne(sock, POLLIN, static_cast<int>(drainMs - elapsed), &revents) <= 0) break;
       ssize_t n = recv(sock, sink, sizeof(sink), MSG_DONTWAIT);
       if (n == 0) break;
       if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) break;

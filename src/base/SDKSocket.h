@@ -12,6 +12,9 @@ int WSACleanup();
 int WSAGetLastError();
 int SocketLibraryStartCount();
 
+// poll() on one descriptor, restarted on EINTR: poll's result, the events in *revents.
+int PollOne(int fd, short events, int timeoutMs, short* revents);
+
 // Switches a socket to non-blocking (on != 0) or blocking mode; 0, or -1 after logging.
 int SetSocketNoBlock(int sock, int on);
 

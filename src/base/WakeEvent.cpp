@@ -1,5 +1,7 @@
 #include "base/WakeEvent.h"
 
+#include "base/SDKSocket.h"
+
 #include <errno.h>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -38,15 +40,8 @@ bool CWakeEvent::Wait(int timeoutMs) {
     usleep(static_cast<useconds_t>((timeoutMs < 0 || timeoutMs > 10 ? 10 : timeoutMs) * 1000));
     return false;
   }
-  struct pollfd p;
-  p.fd = m_fd;
-  p.events = POLLIN;
-  p.revents = 0;
-  int rc;
-  do {
-    rc = poll(&p, 1, timeoutMs);
-  } while (rc < 0 && errno == EINTR);
-  if (rc <= 0) return false;
+  short revents;
+  if (PollOne(m_fd, POLLIN, timeoutMs, &revents) <= 0) return false;
   Drain();
   return true;
 }
