@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "arrivals.h"
 #include "capture.h"
@@ -42,26 +43,30 @@ class Timing : public ::testing::Test {
 };
 
 // The worker is idle in its wait for the next heartbeat when each request is queued;
-// the request must not wait for a timed turn.
-TEST_F(Timing, AQueuedRequestReachesTheDeviceWithinFiftyMilliseconds) {
+// the request must not wait for a timed turn. A worker that sends on turns 20 ms apart
+// shows a median near 10 ms; one woken by the request, about a millisecond (the figure
+// includes the simulator's control round trip). The median keeps a loaded machine's
+// scheduling hiccups out of the verdict; the slowest has a bound of its own.
+TEST_F(Timing, AQueuedRequestGoesOutAtOnce) {
   DevSim sim;
   ASSERT_TRUE(sim.ok()) << sim.error();
   ASSERT_GT(Login(sim), 0);
   ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
-  double worst = 0;
-  for (int i = 0; i < 20; ++i) {
+  std::vector<double> ms;
+  for (int i = 0; i < 21; ++i) {
     // Requests at uneven moments, so that none lines up with a turn by chance.
     std::this_thread::sleep_for(std::chrono::milliseconds((i * 37) % 90));
     char empty[] = "";
     auto t0 = Clock::now();
     ASSERT_EQ(0, QXNet_Loc_GetDVRConfig(id_, 1601, 0, empty, 0, nullptr));
     std::string r = sim.cmd("WAIT * 1601 " + std::to_string(i + 1) + " 2000");
-    double ms = Since(t0) * 1000;
+    ms.push_back(Since(t0) * 1000);
     ASSERT_EQ(r.rfind("OK", 0), 0u) << r;
-    EXPECT_LE(ms, 50.0) << "request " << i + 1;
-    worst = std::max(worst, ms);
   }
-  std::printf("slowest of 20 requests: %.1f ms from the call to the device\n", worst);
+  std::sort(ms.begin(), ms.end());
+  std::printf("21 requests, call to device: median %.1f ms, slowest %.1f ms\n", ms[10], ms.back());
+  EXPECT_LE(ms[10], 5.0);
+  EXPECT_LE(ms.back(), 250.0);
 }
 
 TEST_F(Timing, ADeviceClosingDuringAuthenticationIsNoticedWithin200Milliseconds) {
