@@ -12,6 +12,7 @@
 #include "devsim_client.h"
 #include "ops/ops_files.h"
 #include "session/capture.h"
+#include "session/session_fixture.h"
 
 using qxtest::Capture;
 using qxtest::DevSim;
@@ -38,21 +39,13 @@ std::string Hex(uint64_t v) {
   return b;
 }
 
-class OpsDevsim : public ::testing::Test {
+class OpsDevsim : public qxtest::SessionTest {
  protected:
   void SetUp() override {
-    Capture::Get().Install();
+    SessionTest::SetUp();
     sim_.reset(new DevSim({"--quiet"}));
     ASSERT_TRUE(sim_->ok()) << sim_->error();
-    id_ = QXNet_Loc_LoginDev(const_cast<char*>("127.0.0.1"), sim_->port(), const_cast<char*>("admin"),
-                             const_cast<char*>("admin"), nullptr);
-    ASSERT_GT(id_, 0);
-    ASSERT_TRUE(Capture::Get().WaitEvent(QXNET_EV_AUTHENTICATED, 1, 10000));
-  }
-  void TearDown() override {
-    if (id_ > 0) {
-      EXPECT_EQ(0, QXNet_LogOutDev(id_));
-    }
+    LoginAuthenticated(*sim_);
   }
   // The newest answer whose command is `cmd`, waited for.
   bool WaitAux(long cmd, qxtest::Aux* out, int timeoutMs = 5000) {
@@ -69,7 +62,6 @@ class OpsDevsim : public ::testing::Test {
   }
   std::string TempFile(const std::string& name) { return sim_->tempDir() + "/" + name; }
   std::unique_ptr<DevSim> sim_;
-  long id_ = 0;
 };
 
 TEST_F(OpsDevsim, ConfigurationWriteThenReadComesBackThroughTheAuxCallback) {

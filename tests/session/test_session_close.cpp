@@ -18,6 +18,7 @@
 #include "capture.h"
 #include "devsim_client.h"
 #include "ops/ops_files.h"
+#include "session_fixture.h"
 
 using qxtest::Capture;
 using qxtest::DevSim;
@@ -83,18 +84,15 @@ class ReadOnlyFile {
   bool immutable_ = false;
 };
 
-class SessionClose : public ::testing::Test {
+class SessionClose : public qxtest::SessionTest {
  protected:
   void SetUp() override {
-    Capture::Get().Install();
+    SessionTest::SetUp();
     static int user = 3;
     ASSERT_EQ(0, QXNet_SetStatusEventCallBack(&OnStatus, &user));
     sim_.reset(new DevSim({"--quiet"}));
     ASSERT_TRUE(sim_->ok()) << sim_->error();
-    id_ = QXNet_Loc_LoginDev(const_cast<char*>("127.0.0.1"), sim_->port(), const_cast<char*>("admin"),
-                             const_cast<char*>("admin"), nullptr);
-    ASSERT_GT(id_, 0);
-    ASSERT_TRUE(Capture::Get().WaitEvent(QXNET_EV_AUTHENTICATED, 1, 10000));
+    LoginAuthenticated(*sim_);
   }
   void TearDown() override {
     if (logout_.joinable()) {
@@ -106,9 +104,7 @@ class SessionClose : public ::testing::Test {
       }
       JoinLogout();
     }
-    if (id_ > 0) {
-      EXPECT_EQ(0, QXNet_LogOutDev(id_));
-    }
+    SessionTest::TearDown();
     std::lock_guard<std::mutex> lock(g_finish.mu);
     g_finish.code = -1;
     g_finish.fired = false;
@@ -149,7 +145,6 @@ class SessionClose : public ::testing::Test {
   }
 
   std::unique_ptr<DevSim> sim_;
-  long id_ = 0;
   std::thread logout_;
   long logoutResult_ = -1;
 };
