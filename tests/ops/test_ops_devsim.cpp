@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 
 #include <chrono>
-#include <cstdio>
 #include <string>
 #include <thread>
 
@@ -19,7 +18,7 @@ using qxtest::DevSim;
 
 namespace {
 
-using opstest::Fnv1a;
+using opstest::FnvHex;
 using opstest::PatternBytes;
 
 // Writes `bytes` to `path`; the test cannot go on without the file.
@@ -31,12 +30,6 @@ std::string ReadAll(const std::string& path) {
   std::string bytes;
   EXPECT_TRUE(opstest::ReadFile(path, &bytes)) << path;
   return bytes;
-}
-
-std::string Hex(uint64_t v) {
-  char b[32];
-  std::snprintf(b, sizeof(b), "%016llx", static_cast<unsigned long long>(v));
-  return b;
 }
 
 class OpsDevsim : public qxtest::SessionTest {
@@ -115,7 +108,7 @@ TEST_F(OpsDevsim, FirmwareUploadArrivesByteIdenticalWithProgress) {
   auto up = DevSim::fields(sim_->cmd("UPLOAD 0"));
   EXPECT_EQ(up["state"], "done");
   EXPECT_EQ(up["size"], std::to_string(size));
-  EXPECT_EQ(up["fnv"], Hex(Fnv1a(bytes)));
+  EXPECT_EQ(up["fnv"], FnvHex(bytes));
   EXPECT_EQ(up["errors"], "0");
   EXPECT_EQ(QXNet_Loc_GetUpgradeState(id_), -1);
   EXPECT_EQ(QXNet_Loc_GetUpgradeProgress(id_), 0);
@@ -154,7 +147,7 @@ TEST_F(OpsDevsim, AcceptanceAnsweredTwiceDoesNotRestartTheStream) {
   ASSERT_TRUE(Capture::Get().WaitEvent(QXNET_EV_UPGRADE_FINISHED, 1, 10000));
   ASSERT_TRUE(sim_->waitStat("uploads_done", 1, 5000));
   auto up = DevSim::fields(sim_->cmd("UPLOAD 0"));
-  EXPECT_EQ(up["fnv"], Hex(Fnv1a(bytes)));
+  EXPECT_EQ(up["fnv"], FnvHex(bytes));
   EXPECT_EQ(up["errors"], "0");
   EXPECT_EQ(Capture::Get().CountEvents(QXNET_EV_UPGRADE_PROGRESS), 3);
 }

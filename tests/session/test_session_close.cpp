@@ -25,12 +25,6 @@ using qxtest::DevSim;
 
 namespace {
 
-std::string Hex(uint64_t v) {
-  char b[32];
-  std::snprintf(b, sizeof(b), "%016llx", static_cast<unsigned long long>(v));
-  return b;
-}
-
 // Signals the test's logout thread when the awaited event is posted; the logout itself
 // cannot run inside the session's own callback.
 struct FinishSignal {
@@ -140,7 +134,7 @@ class SessionClose : public qxtest::SessionTest {
     EXPECT_EQ(up["state"], "done");
     EXPECT_EQ(up["kind"], kind);
     EXPECT_EQ(up["size"], std::to_string(bytes.size()));
-    EXPECT_EQ(up["fnv"], Hex(opstest::Fnv1a(bytes)));
+    EXPECT_EQ(up["fnv"], opstest::FnvHex(bytes));
     EXPECT_EQ(up["errors"], "0");
   }
 
