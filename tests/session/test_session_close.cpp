@@ -138,32 +138,40 @@ class SessionClose : public qxtest::SessionTest {
     EXPECT_EQ(up["errors"], "0");
   }
 
+  // One kind of upload: the call that starts it, its finished event, the kind the
+  // simulator records, the file's name and the seed of its bytes.
+  struct Upload {
+    long (*start)(long loginId, const char* path);
+    long finishCode;
+    const char* kind;
+    const char* fileName;
+    uint32_t seed;
+  };
+  // Uploads 3 MB and logs out from another thread the moment the upload is reported
+  // finished: the device must still get every byte.
+  void UploadAndLogoutAtFinish(const Upload& up) {
+    std::string bytes = opstest::PatternBytes(3000000, up.seed);
+    std::string path = TempFile(up.fileName);
+    ASSERT_TRUE(opstest::WriteFile(path, bytes));
+    LogoutAt(up.finishCode);
+    ASSERT_EQ(0, up.start(id_, path.c_str()));
+    ASSERT_TRUE(JoinLogout()) << "no finished event, or the logout failed";
+    EXPECT_EQ(Capture::Get().CountEvents(QXNET_EV_UPGRADE_FAILED), 0);
+    EXPECT_EQ(Capture::Get().CountEvents(QXNET_EV_CFGFILE_SET_FAILED), 0);
+    ExpectDelivered(up.kind, bytes);
+  }
+
   std::unique_ptr<DevSim> sim_;
   std::thread logout_;
   long logoutResult_ = -1;
 };
 
 TEST_F(SessionClose, LogoutAtFirmwareFinishedLosesNoByte) {
-  std::string bytes = opstest::PatternBytes(3000000, 11);
-  std::string path = TempFile("fw.bin");
-  ASSERT_TRUE(opstest::WriteFile(path, bytes));
-  LogoutAt(QXNET_EV_UPGRADE_FINISHED);
-  ASSERT_EQ(0, QXNet_Loc_Upgrade(id_, path.c_str()));
-  ASSERT_TRUE(JoinLogout()) << "no finished event, or the logout failed";
-  EXPECT_EQ(Capture::Get().CountEvents(QXNET_EV_UPGRADE_FAILED), 0);
-  EXPECT_EQ(Capture::Get().CountEvents(QXNET_EV_CFGFILE_SET_FAILED), 0);
-  ExpectDelivered("firmware", bytes);
+  UploadAndLogoutAtFinish(Upload{&QXNet_Loc_Upgrade, QXNET_EV_UPGRADE_FINISHED, "firmware", "fw.bin", 11});
 }
 
 TEST_F(SessionClose, LogoutAtConfigurationFileFinishedLosesNoByte) {
-  std::string bytes = opstest::PatternBytes(3000000, 12);
-  std::string path = TempFile("dev.cfg");
-  ASSERT_TRUE(opstest::WriteFile(path, bytes));
-  LogoutAt(QXNET_EV_CFGFILE_SET_FINISHED);
-  ASSERT_EQ(0, QXNet_Loc_SetConfigFile(id_, path.c_str()));
-  ASSERT_TRUE(JoinLogout()) << "no finished event, or the logout failed";
-  EXPECT_EQ(Capture::Get().CountEvents(QXNET_EV_CFGFILE_SET_FAILED), 0);
-  ExpectDelivered("config", bytes);
+  UploadAndLogoutAtFinish(Upload{&QXNet_Loc_SetConfigFile, QXNET_EV_CFGFILE_SET_FINISHED, "config", "dev.cfg", 12});
 }
 
 TEST_F(SessionClose, ReadOnlyFileIsSentAsConfigurationButRefusedAsFirmware) {
