@@ -70,15 +70,6 @@ std::string tag(const std::string& text, const std::string& name) {
   return text.substr(a, b - a);
 }
 
-uint64_t fnv1a64(const std::string& data) {
-  uint64_t h = 1469598103934665603ull;
-  for (unsigned char c : data) {
-    h ^= c;
-    h *= 1099511628211ull;
-  }
-  return h;
-}
-
 RawClient::RawClient(uint16_t port) {
   int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd < 0) return;

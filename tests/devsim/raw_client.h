@@ -30,7 +30,6 @@ std::string chunk(const std::string& cmd, long long start, const std::string& da
 std::string authBody(const std::string& user, const std::string& pass);
 // Text of <name>..</name>, or "<missing>".
 std::string tag(const std::string& text, const std::string& name);
-uint64_t fnv1a64(const std::string& data);
 
 class RawClient {
  public:
