@@ -13,13 +13,11 @@
 
 namespace devsimtest {
 
-namespace {
 int64_t nowMs() {
   return std::chrono::duration_cast<std::chrono::milliseconds>(
              std::chrono::steady_clock::now().time_since_epoch())
       .count();
 }
-}  // namespace
 
 std::string Frame::text() const { return std::string(payload.c_str()); }
 
