@@ -262,6 +262,18 @@ TEST(DevSimUpload, RefuseLateTwiceAndCancel) {
   EXPECT_EQ(sim.cmd("UPLOAD COUNT"), "OK 3");
 }
 
+TEST(DevSimDownload, SizeAndChunkSettingsRefuseValuesBelowTheirFloor) {
+  CheckedSim sim;
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  EXPECT_TRUE(sim.cmdOk("SET dl_size 0"));
+  EXPECT_EQ(sim.cmd("SET dl_size -1"), "ERR dl_size must be >= 0");
+  EXPECT_EQ(sim.cmd("SET dl_chunk 0"), "ERR dl_chunk must be >= 1");
+  EXPECT_EQ(sim.cmd("SET dl_chunk x"), "ERR not a number: x");
+  // The refused values changed nothing.
+  EXPECT_EQ(sim.cmd("GET dl_size"), "OK 0");
+  EXPECT_EQ(sim.cmd("GET dl_chunk"), "OK 4096");
+}
+
 TEST(DevSimDownload, ServedInSeveralAnswersWithMatchingChecksum) {
   CheckedSim sim;
   ASSERT_TRUE(sim.ok()) << sim.error();
