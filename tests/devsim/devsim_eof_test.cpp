@@ -6,6 +6,7 @@
 
 #include "checked_sim.h"
 #include "devsim_client.h"
+#include "ops/ops_files.h"
 #include "raw_client.h"
 
 using devsimtest::authBody;
@@ -18,25 +19,11 @@ using devsimtest::PausedSim;
 using devsimtest::RawClient;
 using devsimtest::request;
 using devsimtest::tag;
+using opstest::FnvHex;
+using opstest::PatternBytes;
 using qxtest::DevSim;
 
 namespace {
-
-std::string testData(size_t n) {
-  std::string s(n, '\0');
-  unsigned x = 12345;
-  for (size_t i = 0; i < n; ++i) {
-    x = x * 1103515245u + 12345u;
-    s[i] = static_cast<char>(x >> 16);
-  }
-  return s;
-}
-
-std::string hex64(uint64_t v) {
-  char b[32];
-  snprintf(b, sizeof b, "%016llx", static_cast<unsigned long long>(v));
-  return b;
-}
 
 // Authentication, announcement and the chunks of a firmware upload, as one
 // stream of frames; with the closing dataLength 0 chunk when `end`.
@@ -78,7 +65,7 @@ TEST(DevSimEof, FramesBeforeAFinAreAllAnsweredThenTheSimulatorCloses) {
 TEST(DevSimEof, UploadThenLogoutIsRecordedDone) {
   CheckedSim sim;
   ASSERT_TRUE(sim.ok()) << sim.error();
-  const std::string data = testData(3 * 8000 + 123);
+  const std::string data = PatternBytes(3 * 8000 + 123, 21);
   RawClient c(sim.port());
   ASSERT_TRUE(c.connected());
   {
@@ -92,14 +79,14 @@ TEST(DevSimEof, UploadThenLogoutIsRecordedDone) {
   auto u = DevSim::fields(sim.cmd("UPLOAD 0"));
   EXPECT_EQ(u["state"], "done");
   EXPECT_EQ(u["size"], std::to_string(data.size()));
-  EXPECT_EQ(u["fnv"], hex64(devsimtest::fnv1a64(data)));
+  EXPECT_EQ(u["fnv"], FnvHex(data));
   EXPECT_EQ(u["errors"], "0") << u["err"];
 }
 
 TEST(DevSimEof, UploadThenResetStillCountsWhatArrived) {
   CheckedSim sim;
   ASSERT_TRUE(sim.ok()) << sim.error();
-  const std::string data = testData(3 * 8000);
+  const std::string data = PatternBytes(3 * 8000, 22);
   {
     RawClient c(sim.port());
     ASSERT_TRUE(c.connected());
@@ -112,7 +99,7 @@ TEST(DevSimEof, UploadThenResetStillCountsWhatArrived) {
   ASSERT_TRUE(sim.waitStat("uploads_done", 1, 3000)) << sim.cmd("UPLOAD");
   auto u = DevSim::fields(sim.cmd("UPLOAD 0"));
   EXPECT_EQ(u["state"], "done");
-  EXPECT_EQ(u["fnv"], hex64(devsimtest::fnv1a64(data)));
+  EXPECT_EQ(u["fnv"], FnvHex(data));
   EXPECT_EQ(u["errors"], "0") << u["err"];
   EXPECT_TRUE(sim.waitConnections(0, 2000, false));
 }
@@ -120,7 +107,7 @@ TEST(DevSimEof, UploadThenResetStillCountsWhatArrived) {
 TEST(DevSimEof, AllBytesButNoEndChunkIsDoneWithANote) {
   CheckedSim sim;
   ASSERT_TRUE(sim.ok()) << sim.error();
-  const std::string data = testData(20000);
+  const std::string data = PatternBytes(20000, 23);
   RawClient c(sim.port());
   ASSERT_TRUE(c.connected());
   ASSERT_TRUE(c.sendBytes(uploadStream(data, 8000, false)));
@@ -129,7 +116,7 @@ TEST(DevSimEof, AllBytesButNoEndChunkIsDoneWithANote) {
   ASSERT_TRUE(sim.waitStat("uploads_done", 1, 3000)) << sim.cmd("UPLOAD");
   auto u = DevSim::fields(sim.cmd("UPLOAD 0"));
   EXPECT_EQ(u["state"], "done");
-  EXPECT_EQ(u["fnv"], hex64(devsimtest::fnv1a64(data)));
+  EXPECT_EQ(u["fnv"], FnvHex(data));
   EXPECT_EQ(u["errors"], "1");
   EXPECT_NE(u["err"].find("end-of-file chunk"), std::string::npos) << u["err"];
 }
@@ -137,7 +124,7 @@ TEST(DevSimEof, AllBytesButNoEndChunkIsDoneWithANote) {
 TEST(DevSimEof, MissingBytesAtTheCloseAreAnAbandonedUpload) {
   CheckedSim sim;
   ASSERT_TRUE(sim.ok()) << sim.error();
-  std::string data = testData(20000);
+  std::string data = PatternBytes(20000, 24);
   std::string stream = uploadStream(data, 8000, false);
   // Announce more than is sent.
   size_t at = stream.find("<firmwareLength>20000<");

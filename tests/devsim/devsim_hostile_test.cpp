@@ -2,8 +2,6 @@
 // and a device that hangs up during authentication (auth_mode close).
 #include <gtest/gtest.h>
 
-#include <chrono>
-
 #include "checked_sim.h"
 #include "devsim_client.h"
 #include "raw_client.h"
@@ -11,16 +9,11 @@
 using devsimtest::authBody;
 using devsimtest::CheckedSim;
 using devsimtest::Frame;
+using devsimtest::nowMs;
 using devsimtest::RawClient;
 using devsimtest::tag;
 
 namespace {
-
-int64_t nowMs() {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(
-             std::chrono::steady_clock::now().time_since_epoch())
-      .count();
-}
 
 std::string hexOf(const std::string& bytes) {
   static const char* digits = "0123456789abcdef";

@@ -11,6 +11,7 @@
 
 #include "checked_sim.h"
 #include "devsim_client.h"
+#include "ops/ops_files.h"
 #include "raw_client.h"
 
 using devsimtest::chunk;
@@ -19,6 +20,8 @@ using devsimtest::Frame;
 using devsimtest::RawClient;
 using devsimtest::tag;
 using devsimtest::CheckedSim;
+using opstest::FnvHex;
+using opstest::PatternBytes;
 using qxtest::DevSim;
 
 namespace {
@@ -27,22 +30,6 @@ const char* kCancelText =
     "\n\r\n<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<PrivateProto>\n<head>\n<type>20000</type>\n"
     "<cmd>20002</cmd>\n<result>0</result>\n<body>\n<startPos>0</startPos>\n<dataLength>-1</dataLength>\n"
     "</body>\n</PrivateProto>";
-
-std::string testData(size_t n, unsigned seed) {
-  std::string s(n, '\0');
-  unsigned x = seed * 2654435761u + 1;
-  for (size_t i = 0; i < n; ++i) {
-    x = x * 1103515245u + 12345u;
-    s[i] = static_cast<char>(x >> 16);
-  }
-  return s;
-}
-
-std::string hex64(uint64_t v) {
-  char b[32];
-  snprintf(b, sizeof b, "%016llx", static_cast<unsigned long long>(v));
-  return b;
-}
 
 std::string readFile(const std::string& path) {
   std::ifstream f(path, std::ios::binary);
@@ -190,7 +177,7 @@ TEST(DevSimUpload, FirmwareReassembledWithMatchingChecksum) {
   ASSERT_TRUE(sim.ok()) << sim.error();
   RawClient c(sim.port());
   ASSERT_TRUE(devsimtest::authenticate(c));
-  const std::string data = testData(163840 * 2 + 1234, 1);
+  const std::string data = PatternBytes(163840 * 2 + 1234, 1);
   ASSERT_TRUE(c.sendRequest("20000", "20001", "<firmwareLength>" + std::to_string(data.size()) + "</firmwareLength>"));
   Frame f;
   ASSERT_TRUE(c.readAnswer("20000", "20001", f));
@@ -204,7 +191,7 @@ TEST(DevSimUpload, FirmwareReassembledWithMatchingChecksum) {
   EXPECT_EQ(u["announced"], std::to_string(data.size()));
   EXPECT_EQ(u["chunks"], "3");
   EXPECT_EQ(u["errors"], "0") << u["err"];
-  EXPECT_EQ(u["fnv"], hex64(devsimtest::fnv1a64(data)));
+  EXPECT_EQ(u["fnv"], FnvHex(data));
   ASSERT_FALSE(u["file"].empty());
   EXPECT_EQ(readFile(u["file"]), data);
 }
@@ -215,7 +202,7 @@ TEST(DevSimUpload, ConfigFileNamedAndErrorsRecorded) {
   ASSERT_TRUE(sim.cmdOk("SET upload_name cfg.bin"));
   RawClient c(sim.port());
   ASSERT_TRUE(devsimtest::authenticate(c));
-  const std::string data = testData(5000, 2);
+  const std::string data = PatternBytes(5000, 2);
   ASSERT_TRUE(c.sendRequest("20000", "20004", "<fileLength>5000</fileLength>"));
   Frame f;
   ASSERT_TRUE(c.readAnswer("20000", "20004", f));
@@ -275,6 +262,18 @@ TEST(DevSimUpload, RefuseLateTwiceAndCancel) {
   EXPECT_EQ(sim.cmd("UPLOAD COUNT"), "OK 3");
 }
 
+TEST(DevSimDownload, SizeAndChunkSettingsRefuseValuesBelowTheirFloor) {
+  CheckedSim sim;
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  EXPECT_TRUE(sim.cmdOk("SET dl_size 0"));
+  EXPECT_EQ(sim.cmd("SET dl_size -1"), "ERR dl_size must be >= 0");
+  EXPECT_EQ(sim.cmd("SET dl_chunk 0"), "ERR dl_chunk must be >= 1");
+  EXPECT_EQ(sim.cmd("SET dl_chunk x"), "ERR not a number: x");
+  // The refused values changed nothing.
+  EXPECT_EQ(sim.cmd("GET dl_size"), "OK 0");
+  EXPECT_EQ(sim.cmd("GET dl_chunk"), "OK 4096");
+}
+
 TEST(DevSimDownload, ServedInSeveralAnswersWithMatchingChecksum) {
   CheckedSim sim;
   ASSERT_TRUE(sim.ok()) << sim.error();
@@ -303,7 +302,7 @@ TEST(DevSimDownload, ServedInSeveralAnswersWithMatchingChecksum) {
   EXPECT_EQ(answers, 3);
   EXPECT_EQ(file.size(), 10000u);
   auto d = DevSim::fields(sim.cmd("DOWNLOAD"));
-  EXPECT_EQ(d["fnv"], hex64(devsimtest::fnv1a64(file)));
+  EXPECT_EQ(d["fnv"], FnvHex(file));
   EXPECT_EQ(d["chunks"], "3");
   EXPECT_EQ(d["sent"], "10000");
   EXPECT_TRUE(c.silentFor(200)) << "nothing after the last answer";

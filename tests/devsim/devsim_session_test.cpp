@@ -5,7 +5,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <fstream>
 #include <sstream>
 
@@ -13,25 +12,13 @@
 #include "devsim_client.h"
 #include "raw_client.h"
 
+using devsimtest::authBody;
 using devsimtest::Frame;
+using devsimtest::nowMs;
 using devsimtest::RawClient;
 using devsimtest::tag;
 using devsimtest::CheckedSim;
 using qxtest::DevSim;
-
-namespace {
-
-int64_t nowMs() {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(
-             std::chrono::steady_clock::now().time_since_epoch())
-      .count();
-}
-
-std::string authBody(const std::string& u, const std::string& p) {
-  return "<userName>" + u + "</userName>\n<password>" + p + "</password>\n";
-}
-
-}  // namespace
 
 TEST(DevSimAuth, KnownAccountGetsResultZeroAndMaxChannels) {
   CheckedSim sim({"--account", "alice:s3cret", "--max-channels", "32"});

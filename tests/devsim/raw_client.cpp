@@ -13,13 +13,11 @@
 
 namespace devsimtest {
 
-namespace {
 int64_t nowMs() {
   return std::chrono::duration_cast<std::chrono::milliseconds>(
              std::chrono::steady_clock::now().time_since_epoch())
       .count();
 }
-}  // namespace
 
 std::string Frame::text() const { return std::string(payload.c_str()); }
 
@@ -68,15 +66,6 @@ std::string tag(const std::string& text, const std::string& name) {
   size_t b = text.find("</" + name + ">", a);
   if (b == std::string::npos) return "<missing>";
   return text.substr(a, b - a);
-}
-
-uint64_t fnv1a64(const std::string& data) {
-  uint64_t h = 1469598103934665603ull;
-  for (unsigned char c : data) {
-    h ^= c;
-    h *= 1099511628211ull;
-  }
-  return h;
 }
 
 RawClient::RawClient(uint16_t port) {

@@ -28,9 +28,10 @@ std::string chunkHeader(const std::string& cmd, long long start, long long len);
 std::string chunk(const std::string& cmd, long long start, const std::string& data);
 // Body of an authentication request.
 std::string authBody(const std::string& user, const std::string& pass);
+// Milliseconds of the monotonic clock, for the client's timeouts and the tests' timings.
+int64_t nowMs();
 // Text of <name>..</name>, or "<missing>".
 std::string tag(const std::string& text, const std::string& name);
-uint64_t fnv1a64(const std::string& data);
 
 class RawClient {
  public:

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <cstdio>
 #include <fstream>
 #include <iterator>
 
@@ -14,6 +15,12 @@ uint64_t Fnv1a(const std::string& bytes) {
     h *= 1099511628211ULL;
   }
   return h;
+}
+
+std::string FnvHex(const std::string& bytes) {
+  char b[17];
+  std::snprintf(b, sizeof(b), "%016llx", static_cast<unsigned long long>(Fnv1a(bytes)));
+  return b;
 }
 
 std::string PatternBytes(size_t n, uint32_t seed) {

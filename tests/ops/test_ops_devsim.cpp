@@ -5,20 +5,20 @@
 #include <sys/stat.h>
 
 #include <chrono>
-#include <cstdio>
 #include <string>
 #include <thread>
 
 #include "devsim_client.h"
 #include "ops/ops_files.h"
 #include "session/capture.h"
+#include "session/session_fixture.h"
 
 using qxtest::Capture;
 using qxtest::DevSim;
 
 namespace {
 
-using opstest::Fnv1a;
+using opstest::FnvHex;
 using opstest::PatternBytes;
 
 // Writes `bytes` to `path`; the test cannot go on without the file.
@@ -32,27 +32,13 @@ std::string ReadAll(const std::string& path) {
   return bytes;
 }
 
-std::string Hex(uint64_t v) {
-  char b[32];
-  std::snprintf(b, sizeof(b), "%016llx", static_cast<unsigned long long>(v));
-  return b;
-}
-
-class OpsDevsim : public ::testing::Test {
+class OpsDevsim : public qxtest::SessionTest {
  protected:
   void SetUp() override {
-    Capture::Get().Install();
+    SessionTest::SetUp();
     sim_.reset(new DevSim({"--quiet"}));
     ASSERT_TRUE(sim_->ok()) << sim_->error();
-    id_ = QXNet_Loc_LoginDev(const_cast<char*>("127.0.0.1"), sim_->port(), const_cast<char*>("admin"),
-                             const_cast<char*>("admin"), nullptr);
-    ASSERT_GT(id_, 0);
-    ASSERT_TRUE(Capture::Get().WaitEvent(QXNET_EV_AUTHENTICATED, 1, 10000));
-  }
-  void TearDown() override {
-    if (id_ > 0) {
-      EXPECT_EQ(0, QXNet_LogOutDev(id_));
-    }
+    LoginAuthenticated(*sim_);
   }
   // The newest answer whose command is `cmd`, waited for.
   bool WaitAux(long cmd, qxtest::Aux* out, int timeoutMs = 5000) {
@@ -69,7 +55,6 @@ class OpsDevsim : public ::testing::Test {
   }
   std::string TempFile(const std::string& name) { return sim_->tempDir() + "/" + name; }
   std::unique_ptr<DevSim> sim_;
-  long id_ = 0;
 };
 
 TEST_F(OpsDevsim, ConfigurationWriteThenReadComesBackThroughTheAuxCallback) {
@@ -123,7 +108,7 @@ TEST_F(OpsDevsim, FirmwareUploadArrivesByteIdenticalWithProgress) {
   auto up = DevSim::fields(sim_->cmd("UPLOAD 0"));
   EXPECT_EQ(up["state"], "done");
   EXPECT_EQ(up["size"], std::to_string(size));
-  EXPECT_EQ(up["fnv"], Hex(Fnv1a(bytes)));
+  EXPECT_EQ(up["fnv"], FnvHex(bytes));
   EXPECT_EQ(up["errors"], "0");
   EXPECT_EQ(QXNet_Loc_GetUpgradeState(id_), -1);
   EXPECT_EQ(QXNet_Loc_GetUpgradeProgress(id_), 0);
@@ -162,7 +147,7 @@ TEST_F(OpsDevsim, AcceptanceAnsweredTwiceDoesNotRestartTheStream) {
   ASSERT_TRUE(Capture::Get().WaitEvent(QXNET_EV_UPGRADE_FINISHED, 1, 10000));
   ASSERT_TRUE(sim_->waitStat("uploads_done", 1, 5000));
   auto up = DevSim::fields(sim_->cmd("UPLOAD 0"));
-  EXPECT_EQ(up["fnv"], Hex(Fnv1a(bytes)));
+  EXPECT_EQ(up["fnv"], FnvHex(bytes));
   EXPECT_EQ(up["errors"], "0");
   EXPECT_EQ(Capture::Get().CountEvents(QXNET_EV_UPGRADE_PROGRESS), 3);
 }

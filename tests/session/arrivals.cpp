@@ -3,13 +3,11 @@
 #include <cstdlib>
 #include <sstream>
 
+#include "session_fixture.h"
+
 namespace qxtest {
 
 namespace {
-
-double Since(std::chrono::steady_clock::time_point t0) {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
-}
 
 // Type and command of the oldest `n` recorded messages, from "OK N seq=..,type=..,cmd=.. ...".
 bool Label(DevSim& sim, std::vector<Arrival>* out) {

@@ -14,13 +14,13 @@
 
 #include "devsim_client.h"
 #include "session/DevComControl.h"
+#include "session_fixture.h"
 
+using qxtest::Clock;
 using qxtest::DevSim;
-using Clock = std::chrono::steady_clock;
+using qxtest::Since;
 
 namespace {
-
-double Since(Clock::time_point t0) { return std::chrono::duration<double>(Clock::now() - t0).count(); }
 
 // Stands in for the core: keeps every status event with the time it was posted.
 class RecordingSink : public ISessionSink {

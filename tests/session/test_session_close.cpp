@@ -18,17 +18,12 @@
 #include "capture.h"
 #include "devsim_client.h"
 #include "ops/ops_files.h"
+#include "session_fixture.h"
 
 using qxtest::Capture;
 using qxtest::DevSim;
 
 namespace {
-
-std::string Hex(uint64_t v) {
-  char b[32];
-  std::snprintf(b, sizeof(b), "%016llx", static_cast<unsigned long long>(v));
-  return b;
-}
 
 // Signals the test's logout thread when the awaited event is posted; the logout itself
 // cannot run inside the session's own callback.
@@ -83,18 +78,15 @@ class ReadOnlyFile {
   bool immutable_ = false;
 };
 
-class SessionClose : public ::testing::Test {
+class SessionClose : public qxtest::SessionTest {
  protected:
   void SetUp() override {
-    Capture::Get().Install();
+    SessionTest::SetUp();
     static int user = 3;
     ASSERT_EQ(0, QXNet_SetStatusEventCallBack(&OnStatus, &user));
     sim_.reset(new DevSim({"--quiet"}));
     ASSERT_TRUE(sim_->ok()) << sim_->error();
-    id_ = QXNet_Loc_LoginDev(const_cast<char*>("127.0.0.1"), sim_->port(), const_cast<char*>("admin"),
-                             const_cast<char*>("admin"), nullptr);
-    ASSERT_GT(id_, 0);
-    ASSERT_TRUE(Capture::Get().WaitEvent(QXNET_EV_AUTHENTICATED, 1, 10000));
+    LoginAuthenticated(*sim_);
   }
   void TearDown() override {
     if (logout_.joinable()) {
@@ -106,9 +98,7 @@ class SessionClose : public ::testing::Test {
       }
       JoinLogout();
     }
-    if (id_ > 0) {
-      EXPECT_EQ(0, QXNet_LogOutDev(id_));
-    }
+    SessionTest::TearDown();
     std::lock_guard<std::mutex> lock(g_finish.mu);
     g_finish.code = -1;
     g_finish.fired = false;
@@ -144,37 +134,44 @@ class SessionClose : public ::testing::Test {
     EXPECT_EQ(up["state"], "done");
     EXPECT_EQ(up["kind"], kind);
     EXPECT_EQ(up["size"], std::to_string(bytes.size()));
-    EXPECT_EQ(up["fnv"], Hex(opstest::Fnv1a(bytes)));
+    EXPECT_EQ(up["fnv"], opstest::FnvHex(bytes));
     EXPECT_EQ(up["errors"], "0");
   }
 
+  // One kind of upload: the call that starts it, its finished event, the kind the
+  // simulator records, the file's name and the seed of its bytes.
+  struct Upload {
+    long (*start)(long loginId, const char* path);
+    long finishCode;
+    const char* kind;
+    const char* fileName;
+    uint32_t seed;
+  };
+  // Uploads 3 MB and logs out from another thread the moment the upload is reported
+  // finished: the device must still get every byte.
+  void UploadAndLogoutAtFinish(const Upload& up) {
+    std::string bytes = opstest::PatternBytes(3000000, up.seed);
+    std::string path = TempFile(up.fileName);
+    ASSERT_TRUE(opstest::WriteFile(path, bytes));
+    LogoutAt(up.finishCode);
+    ASSERT_EQ(0, up.start(id_, path.c_str()));
+    ASSERT_TRUE(JoinLogout()) << "no finished event, or the logout failed";
+    EXPECT_EQ(Capture::Get().CountEvents(QXNET_EV_UPGRADE_FAILED), 0);
+    EXPECT_EQ(Capture::Get().CountEvents(QXNET_EV_CFGFILE_SET_FAILED), 0);
+    ExpectDelivered(up.kind, bytes);
+  }
+
   std::unique_ptr<DevSim> sim_;
-  long id_ = 0;
   std::thread logout_;
   long logoutResult_ = -1;
 };
 
 TEST_F(SessionClose, LogoutAtFirmwareFinishedLosesNoByte) {
-  std::string bytes = opstest::PatternBytes(3000000, 11);
-  std::string path = TempFile("fw.bin");
-  ASSERT_TRUE(opstest::WriteFile(path, bytes));
-  LogoutAt(QXNET_EV_UPGRADE_FINISHED);
-  ASSERT_EQ(0, QXNet_Loc_Upgrade(id_, path.c_str()));
-  ASSERT_TRUE(JoinLogout()) << "no finished event, or the logout failed";
-  EXPECT_EQ(Capture::Get().CountEvents(QXNET_EV_UPGRADE_FAILED), 0);
-  EXPECT_EQ(Capture::Get().CountEvents(QXNET_EV_CFGFILE_SET_FAILED), 0);
-  ExpectDelivered("firmware", bytes);
+  UploadAndLogoutAtFinish(Upload{&QXNet_Loc_Upgrade, QXNET_EV_UPGRADE_FINISHED, "firmware", "fw.bin", 11});
 }
 
 TEST_F(SessionClose, LogoutAtConfigurationFileFinishedLosesNoByte) {
-  std::string bytes = opstest::PatternBytes(3000000, 12);
-  std::string path = TempFile("dev.cfg");
-  ASSERT_TRUE(opstest::WriteFile(path, bytes));
-  LogoutAt(QXNET_EV_CFGFILE_SET_FINISHED);
-  ASSERT_EQ(0, QXNet_Loc_SetConfigFile(id_, path.c_str()));
-  ASSERT_TRUE(JoinLogout()) << "no finished event, or the logout failed";
-  EXPECT_EQ(Capture::Get().CountEvents(QXNET_EV_CFGFILE_SET_FAILED), 0);
-  ExpectDelivered("config", bytes);
+  UploadAndLogoutAtFinish(Upload{&QXNet_Loc_SetConfigFile, QXNET_EV_CFGFILE_SET_FINISHED, "config", "dev.cfg", 12});
 }
 
 TEST_F(SessionClose, ReadOnlyFileIsSentAsConfigurationButRefusedAsFirmware) {

@@ -14,14 +14,15 @@
 
 #include "capture.h"
 #include "devsim_client.h"
+#include "session_fixture.h"
 
 using qxtest::Capture;
+using qxtest::Clock;
 using qxtest::DevSim;
-using Clock = std::chrono::steady_clock;
+using qxtest::LoginLocal;
+using qxtest::Since;
 
 namespace {
-
-double Since(Clock::time_point t0) { return std::chrono::duration<double>(Clock::now() - t0).count(); }
 
 // A loopback port with nothing listening on it.
 uint16_t ClosedPort() {
@@ -85,18 +86,13 @@ class Listener {
   bool ok_ = false;
 };
 
-long Login(uint16_t port) {
-  return QXNet_Loc_LoginDev(const_cast<char*>("127.0.0.1"), port, const_cast<char*>("admin"),
-                            const_cast<char*>("admin"), nullptr);
-}
-
 TEST(SessionDown, AutoReconnectOffGivesEvent0OnceAndTheWorkerEnds) {
   Capture::Get().Install();
   QXNet_SetAutoReconnect(0);
   const int threadsBefore = ThreadCount();
   uint16_t port = ClosedPort();
   auto t0 = Clock::now();
-  long id = Login(port);
+  long id = LoginLocal(port);
   ASSERT_GT(id, 0);
   // The count sees the worker while it tries: the check after the event is not vacuous.
   EXPECT_EQ(ThreadCount(), threadsBefore + 1);
@@ -128,7 +124,7 @@ TEST(SessionDown, AutoReconnectOnRetriesAfterThePauseAndLogoutInThePauseIsPrompt
   Capture::Get().Install();
   QXNet_SetAutoReconnect(1);
   uint16_t port = ClosedPort();
-  long id = Login(port);
+  long id = LoginLocal(port);
   ASSERT_GT(id, 0);
   ASSERT_TRUE(Capture::Get().WaitEvent(0, 1, 60000));
   // The device comes up during the 8 s pause: the next attempt connects.
@@ -143,7 +139,7 @@ TEST(SessionDown, AutoReconnectOnRetriesAfterThePauseAndLogoutInThePauseIsPrompt
 
   // A second session to a closed port: logout during its reconnect pause.
   Capture::Get().Clear();
-  long id2 = Login(ClosedPort());
+  long id2 = LoginLocal(ClosedPort());
   ASSERT_GT(id2, 0);
   ASSERT_TRUE(Capture::Get().WaitEvent(0, 1, 60000));
   std::this_thread::sleep_for(std::chrono::seconds(2));

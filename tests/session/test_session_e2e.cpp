@@ -9,40 +9,21 @@
 #include "arrivals.h"
 #include "capture.h"
 #include "devsim_client.h"
+#include "session_fixture.h"
 
 using qxtest::Capture;
+using qxtest::Clock;
 using qxtest::DevSim;
-using Clock = std::chrono::steady_clock;
+using qxtest::Since;
 
 namespace {
 
-double Since(Clock::time_point t0) { return std::chrono::duration<double>(Clock::now() - t0).count(); }
-
-class Session : public ::testing::Test {
- protected:
-  void SetUp() override {
-    Capture::Get().Install();
-    QXNet_SetAutoReconnect(1);
-  }
-  void TearDown() override {
-    if (id_ > 0) {
-      EXPECT_EQ(0, QXNet_LogOutDev(id_));
-    }
-    QXNet_SetAutoReconnect(1);
-  }
-  long Login(DevSim& sim, const char* user = "admin", const char* pass = "admin", int dev = 0) {
-    id_ = QXNet_Loc_LoginDev(const_cast<char*>("127.0.0.1"), sim.port(dev), const_cast<char*>(user),
-                             const_cast<char*>(pass), nullptr);
-    return id_;
-  }
-  long id_ = 0;
-};
+using Session = qxtest::SessionTest;
 
 TEST_F(Session, CorrectCredentialsGiveConnectedChannelsAuthenticated) {
   DevSim sim({"--account", "admin:admin", "--max-channels", "16"});
   ASSERT_TRUE(sim.ok()) << sim.error();
-  ASSERT_GT(Login(sim), 0);
-  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
+  ASSERT_NO_FATAL_FAILURE(LoginAuthenticated(sim));
   auto ev = Capture::Get().Events();
   ASSERT_GE(ev.size(), 3u);
   EXPECT_EQ(ev[0].code, 5);
@@ -115,8 +96,7 @@ TEST_F(Session, SilentDeviceGetsAuthEveryFiveSecondsAndHeartbeatEveryTenWithoutG
 TEST_F(Session, HeartbeatAnswerIsEvent79) {
   DevSim sim;
   ASSERT_TRUE(sim.ok()) << sim.error();
-  ASSERT_GT(Login(sim), 0);
-  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
+  ASSERT_NO_FATAL_FAILURE(LoginAuthenticated(sim));
   ASSERT_TRUE(sim.cmdOk("HB last"));
   ASSERT_TRUE(Capture::Get().WaitEvent(79, 1, 5000));
   // The simulator writes an empty body as "<body>\n</body>", as the library's own builder
@@ -131,8 +111,7 @@ TEST_F(Session, HeartbeatAnswerIsEvent79) {
 TEST_F(Session, CameraStatusIsEvent51WithTheLastText) {
   DevSim sim;
   ASSERT_TRUE(sim.ok()) << sim.error();
-  ASSERT_GT(Login(sim), 0);
-  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
+  ASSERT_NO_FATAL_FAILURE(LoginAuthenticated(sim));
   ASSERT_TRUE(sim.cmdOk("CAMSTAT last 1,1,0 0,1,1"));
   ASSERT_TRUE(Capture::Get().WaitEvent(51, 1, 5000));
   for (auto& e : Capture::Get().Events()) {
@@ -145,8 +124,7 @@ TEST_F(Session, CameraStatusIsEvent51WithTheLastText) {
 TEST_F(Session, AlarmReportsArriveAsMessagesAndBrokenOnesAreDropped) {
   DevSim sim;
   ASSERT_TRUE(sim.ok()) << sim.error();
-  ASSERT_GT(Login(sim), 0);
-  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
+  ASSERT_NO_FATAL_FAILURE(LoginAuthenticated(sim));
   Capture::Get().Clear();
   ASSERT_TRUE(sim.cmdOk("ALARM last form=badquote"));
   ASSERT_TRUE(sim.cmdOk("ALARM last form=emptybody"));
@@ -168,8 +146,7 @@ TEST_F(Session, AlarmReportsArriveAsMessagesAndBrokenOnesAreDropped) {
 TEST_F(Session, FramingFaultsLeaveTheSessionAlive) {
   DevSim sim;
   ASSERT_TRUE(sim.ok()) << sim.error();
-  ASSERT_GT(Login(sim), 0);
-  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
+  ASSERT_NO_FATAL_FAILURE(LoginAuthenticated(sim));
   Capture::Get().Clear();
   ASSERT_TRUE(sim.cmdOk("GARBAGE last 13"));
   ASSERT_TRUE(sim.cmdOk("LEN8 last"));
@@ -185,8 +162,7 @@ TEST_F(Session, FramingFaultsLeaveTheSessionAlive) {
 TEST_F(Session, PeerCloseGivesEvent1AndAReconnect) {
   DevSim sim;
   ASSERT_TRUE(sim.ok()) << sim.error();
-  ASSERT_GT(Login(sim), 0);
-  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
+  ASSERT_NO_FATAL_FAILURE(LoginAuthenticated(sim));
   ASSERT_TRUE(sim.cmdOk("CLOSE all"));
   ASSERT_TRUE(Capture::Get().WaitEvent(1, 1, 5000));
   ASSERT_TRUE(Capture::Get().WaitEvent(6, 2, 15000));
@@ -196,8 +172,7 @@ TEST_F(Session, PeerCloseGivesEvent1AndAReconnect) {
 TEST_F(Session, CloseMidFrameGivesEvent1AndAReconnect) {
   DevSim sim;
   ASSERT_TRUE(sim.ok()) << sim.error();
-  ASSERT_GT(Login(sim), 0);
-  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
+  ASSERT_NO_FATAL_FAILURE(LoginAuthenticated(sim));
   ASSERT_TRUE(sim.cmdOk("CUTFRAME last n=20"));
   ASSERT_TRUE(Capture::Get().WaitEvent(1, 1, 8000));
   ASSERT_TRUE(Capture::Get().WaitEvent(6, 2, 15000));
@@ -232,8 +207,7 @@ TEST_F(Session, ShortDottedAddressConnectsAndKeepsItsForm) {
 TEST_F(Session, LogoutOfALiveSessionReturnsPromptly) {
   DevSim sim;
   ASSERT_TRUE(sim.ok()) << sim.error();
-  ASSERT_GT(Login(sim), 0);
-  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
+  ASSERT_NO_FATAL_FAILURE(LoginAuthenticated(sim));
   auto t0 = Clock::now();
   EXPECT_EQ(0, QXNet_LogOutDev(id_));
   EXPECT_LT(Since(t0), 1.5);
@@ -267,8 +241,7 @@ TEST_F(Session, LogoutFromTheSessionsOwnCallbackIsRefusedNotHung) {
   ASSERT_TRUE(sim.ok()) << sim.error();
   static int key = 2;
   ASSERT_EQ(0, QXNet_SetStatusEventCallBack(LogoutFromCallback, &key));
-  ASSERT_GT(Login(sim), 0);
-  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
+  ASSERT_NO_FATAL_FAILURE(LoginAuthenticated(sim));
   std::this_thread::sleep_for(std::chrono::milliseconds(200));
   EXPECT_EQ(g_selfLogoutResult.load(), QXNET_E_BAD_ARG);
   QXNet_SetStatusEventCallBack(nullptr, &key);

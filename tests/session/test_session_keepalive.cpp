@@ -18,11 +18,13 @@
 #include <vector>
 
 #include "capture.h"
+#include "session_fixture.h"
 
 extern char** environ;
 
 using qxtest::Capture;
-using Clock = std::chrono::steady_clock;
+using qxtest::Clock;
+using qxtest::Since;
 
 namespace {
 
@@ -30,8 +32,6 @@ struct NetnsDevice {
   std::string ns, ifName, addr;
   unsigned long port = 0;
 };
-
-double Since(Clock::time_point t0) { return std::chrono::duration<double>(Clock::now() - t0).count(); }
 
 std::string Env(const char* name) {
   const char* v = std::getenv(name);

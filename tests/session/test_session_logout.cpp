@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
@@ -14,18 +15,14 @@
 
 #include "capture.h"
 #include "devsim_client.h"
+#include "sanitizers.h"
+#include "session_fixture.h"
 
 using qxtest::Capture;
+using qxtest::Clock;
 using qxtest::DevSim;
-using Clock = std::chrono::steady_clock;
-
-#if defined(__SANITIZE_THREAD__)
-#define QXTEST_TSAN 1
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define QXTEST_TSAN 1
-#endif
-#endif
+using qxtest::LoginLocal;
+using qxtest::Since;
 
 namespace {
 
@@ -38,14 +35,11 @@ const int kSessions = 100;
 const int kSessions = 200;
 #endif
 
-double Since(Clock::time_point t0) { return std::chrono::duration<double>(Clock::now() - t0).count(); }
-
 // Logs kSessions sessions in to the simulator's device and waits until all are authenticated.
 std::vector<long> LoginAll(DevSim& sim) {
   std::vector<long> ids;
   for (int i = 0; i < kSessions; ++i) {
-    long id = QXNet_Loc_LoginDev(const_cast<char*>("127.0.0.1"), sim.port(), const_cast<char*>("admin"),
-                                 const_cast<char*>("admin"), nullptr);
+    long id = LoginLocal(sim.port());
     EXPECT_GT(id, 0);
     if (id > 0) ids.push_back(id);
   }
@@ -54,34 +48,38 @@ std::vector<long> LoginAll(DevSim& sim) {
   return ids;
 }
 
-TEST(ManySessions, LogoutOneAfterAnotherIsQuick) {
-  Capture::Get().Install();
-  DevSim sim;
-  ASSERT_TRUE(sim.ok()) << sim.error();
-  std::vector<long> ids = LoginAll(sim);
-  ASSERT_EQ(ids.size(), static_cast<size_t>(kSessions));
+// kSessions sessions, all authenticated with one simulated device, before each test.
+class ManySessionsUp : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    Capture::Get().Install();
+    sim_.reset(new DevSim);
+    ASSERT_TRUE(sim_->ok()) << sim_->error();
+    ids_ = LoginAll(*sim_);
+    ASSERT_EQ(ids_.size(), static_cast<size_t>(kSessions));
+  }
+  std::unique_ptr<DevSim> sim_;
+  std::vector<long> ids_;
+};
+
+TEST_F(ManySessionsUp, LogoutOneAfterAnotherIsQuick) {
   auto t0 = Clock::now();
-  for (long id : ids) EXPECT_EQ(0, QXNet_LogOutDev(id));
+  for (long id : ids_) EXPECT_EQ(0, QXNet_LogOutDev(id));
   double total = Since(t0);
   std::printf("%d logouts one after another: %.3f s\n", kSessions, total);
   EXPECT_LT(total, 2.0);
   EXPECT_EQ(Capture::Get().CountEvents(QXNET_EV_SOCKET_ERROR), kSessions);
-  EXPECT_TRUE(sim.waitConnectionsAtMost(0, 5000));
+  EXPECT_TRUE(sim_->waitConnectionsAtMost(0, 5000));
 }
 
-TEST(ManySessions, FreeWithManyAuthenticatedSessionsIsQuick) {
-  Capture::Get().Install();
-  DevSim sim;
-  ASSERT_TRUE(sim.ok()) << sim.error();
-  std::vector<long> ids = LoginAll(sim);
-  ASSERT_EQ(ids.size(), static_cast<size_t>(kSessions));
+TEST_F(ManySessionsUp, FreeWithManyAuthenticatedSessionsIsQuick) {
   auto t0 = Clock::now();
   EXPECT_EQ(0, QXNet_Free());
   double total = Since(t0);
   std::printf("QXNet_Free with %d authenticated sessions: %.3f s\n", kSessions, total);
   EXPECT_LT(total, 1.5);
-  EXPECT_TRUE(sim.waitConnectionsAtMost(0, 5000));
-  EXPECT_EQ(QXNET_E_NOT_INIT, QXNet_LogOutDev(ids[0]));
+  EXPECT_TRUE(sim_->waitConnectionsAtMost(0, 5000));
+  EXPECT_EQ(QXNET_E_NOT_INIT, QXNet_LogOutDev(ids_[0]));
 }
 
 // Sessions whose logout has returned, and log lines that named one of them afterwards.
@@ -109,8 +107,7 @@ TEST(ManySessions, NoCallbackOfASessionAfterItsLogoutReturned) {
   DevSim sim;
   ASSERT_TRUE(sim.ok()) << sim.error();
   for (int i = 0; i < 5; ++i) {
-    long id = QXNet_Loc_LoginDev(const_cast<char*>("127.0.0.1"), sim.port(), const_cast<char*>("admin"),
-                                 const_cast<char*>("admin"), nullptr);
+    long id = LoginLocal(sim.port());
     ASSERT_GT(id, 0);
     {
       // A new session may live at the address of an earlier one.

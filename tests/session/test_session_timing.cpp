@@ -15,33 +15,16 @@
 #include "capture.h"
 #include "devsim_client.h"
 #include "sanitizers.h"
+#include "session_fixture.h"
 
 using qxtest::Capture;
+using qxtest::Clock;
 using qxtest::DevSim;
-using Clock = std::chrono::steady_clock;
+using qxtest::Since;
 
 namespace {
 
-double Since(Clock::time_point t0) { return std::chrono::duration<double>(Clock::now() - t0).count(); }
-
-class Timing : public ::testing::Test {
- protected:
-  void SetUp() override {
-    Capture::Get().Install();
-    QXNet_SetAutoReconnect(1);
-  }
-  void TearDown() override {
-    if (id_ > 0) {
-      EXPECT_EQ(0, QXNet_LogOutDev(id_));
-    }
-  }
-  long Login(DevSim& sim) {
-    id_ = QXNet_Loc_LoginDev(const_cast<char*>("127.0.0.1"), sim.port(), const_cast<char*>("admin"),
-                             const_cast<char*>("admin"), nullptr);
-    return id_;
-  }
-  long id_ = 0;
-};
+using Timing = qxtest::SessionTest;
 
 // The worker is idle in its wait for the next heartbeat when each request is queued;
 // the request must not wait for a timed turn. A worker that sends on turns 20 ms apart
@@ -51,8 +34,7 @@ class Timing : public ::testing::Test {
 TEST_F(Timing, AQueuedRequestGoesOutAtOnce) {
   DevSim sim;
   ASSERT_TRUE(sim.ok()) << sim.error();
-  ASSERT_GT(Login(sim), 0);
-  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
+  ASSERT_NO_FATAL_FAILURE(LoginAuthenticated(sim));
   std::vector<double> ms;
   for (int i = 0; i < 21; ++i) {
     // Requests at uneven moments, so that none lines up with a turn by chance.
@@ -108,8 +90,7 @@ TEST_F(Timing, ATricklingDeviceDoesNotHoldBackTheHeartbeat) {
   auto t0 = Clock::now();
   const double wallT0 =
       std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-  ASSERT_GT(Login(sim), 0);
-  ASSERT_TRUE(Capture::Get().WaitEvent(6, 1, 10000));
+  ASSERT_NO_FATAL_FAILURE(LoginAuthenticated(sim));
   int bytes = 0;
   bool rawOk = true;
   auto nextByte = Clock::now();

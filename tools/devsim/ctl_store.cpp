@@ -4,6 +4,17 @@
 
 namespace devsim {
 
+namespace {
+
+// "OK N k<sep>v ...": the count, then every pair, escaped.
+std::string pairsReply(const std::map<std::string, std::string>& m, const char* sep) {
+  std::string s = "OK " + std::to_string(m.size());
+  for (auto& kv : m) s += " " + tok(kv.first) + sep + tok(kv.second);
+  return s;
+}
+
+}  // namespace
+
 std::string Cmd::set() {
   if (a.pos.size() < 2) return "ERR usage: SET NAME VALUE [dev=K]";
   for (auto& d : sim.devices_) {
@@ -32,11 +43,7 @@ std::string Cmd::account() {
     eachDevice([&](Device& d) { d.accounts.erase(a.pos[1]); });
     return "OK";
   }
-  if (sub == "LIST") {
-    std::string s = "OK " + std::to_string(d0->accounts.size());
-    for (auto& kv : d0->accounts) s += " " + tok(kv.first) + ":" + tok(kv.second);
-    return s;
-  }
+  if (sub == "LIST") return pairsReply(d0->accounts, ":");
   return "ERR usage: ACCOUNT ADD USER PASS | ACCOUNT DEL USER | ACCOUNT LIST";
 }
 
@@ -64,11 +71,7 @@ std::string Cmd::config() {
     eachDevice([](Device& d) { d.config.clear(); });
     return "OK";
   }
-  if (sub == "DUMP") {
-    std::string s = "OK " + std::to_string(d0->config.size());
-    for (auto& kv : d0->config) s += " " + tok(kv.first) + "=" + tok(kv.second);
-    return s;
-  }
+  if (sub == "DUMP") return pairsReply(d0->config, "=");
   return "ERR usage: CONFIG GET CMD | SET CMD BODY | DEL CMD | CLEAR | DUMP";
 }
 

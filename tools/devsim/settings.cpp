@@ -2,6 +2,8 @@
 // its parser, its printer and its help lines, in the order SETTINGS lists them.
 #include "control.h"
 
+#include <climits>
+
 namespace devsim {
 
 namespace {
@@ -18,10 +20,12 @@ struct SettingDef {
   const char* help;
 };
 
-template <long long Settings::*M>
-bool setNum(const SettingDef&, Settings& s, const std::string& v, std::string& err) {
+// A whole number, of at least Min where the setting has a floor.
+template <long long Settings::*M, long long Min = LLONG_MIN>
+bool setNum(const SettingDef& def, Settings& s, const std::string& v, std::string& err) {
   long long n;
   if (!parseInt(v, n)) return err = "not a number: " + v, false;
+  if (n < Min) return err = std::string(def.name) + " must be >= " + std::to_string(Min), false;
   s.*M = n;
   return true;
 }
@@ -68,22 +72,6 @@ std::string getText(const Settings& s) {
 bool setAnswerType(const SettingDef&, Settings& s, const std::string& v, std::string& err) {
   if (v.empty()) return err = "empty type", false;
   s.configAnswerType = v;
-  return true;
-}
-
-bool setDlSize(const SettingDef&, Settings& s, const std::string& v, std::string& err) {
-  long long n;
-  if (!parseInt(v, n)) return err = "not a number: " + v, false;
-  if (n < 0) return err = "negative size", false;
-  s.dlSize = n;
-  return true;
-}
-
-bool setDlChunk(const SettingDef&, Settings& s, const std::string& v, std::string& err) {
-  long long n;
-  if (!parseInt(v, n)) return err = "not a number: " + v, false;
-  if (n < 1) return err = "chunk must be >= 1", false;
-  s.dlChunk = n;
   return true;
 }
 
@@ -141,9 +129,9 @@ const SettingDef kSettings[] = {
      "                                   (relative to --upload-dir)\n"},
     {"dl_file", setText<&S::dlFile, true>, getText<&S::dlFile, true>, nullptr,
      "  dl_file PATH|-                   configuration file served on 20006\n"},
-    {"dl_size", setDlSize, getNum<&S::dlSize>, nullptr,
+    {"dl_size", setNum<&S::dlSize, 0>, getNum<&S::dlSize>, nullptr,
      "  dl_size N                        size of the generated file when no dl_file (10000)\n"},
-    {"dl_chunk", setDlChunk, getNum<&S::dlChunk>, nullptr,
+    {"dl_chunk", setNum<&S::dlChunk, 1>, getNum<&S::dlChunk>, nullptr,
      "  dl_chunk N                       data bytes per 20007 answer (4096)\n"},
     {"dl_fault", setChoice<&S::dlFault>, getWord<&S::dlFault>,
      "none|badsep|zerolen|nolength|extra|short|twice|drop",
