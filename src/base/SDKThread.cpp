@@ -58,6 +58,12 @@ int32_t _time32(int32_t* out) {
   return now;
 }
 
+uint64_t MonotonicMicros() {
+  struct timespec ts;
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<uint64_t>(ts.tv_sec) * 1000000u + static_cast<uint64_t>(ts.tv_nsec) / 1000u;
+}
+
 int64_t WallClockMs() {
   struct timespec ts;
   clock_gettime(CLOCK_REALTIME, &ts);

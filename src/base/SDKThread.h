@@ -11,6 +11,8 @@ int _SDK_Sleep(unsigned int ms);
 // Milliseconds of the monotonic clock, truncated to 32 bits: compare with unsigned
 // subtraction (now - then) so that the wrap after 49.7 days is harmless.
 uint32_t GetTickCount();
+// Microseconds of the monotonic clock, for pacing finer than the millisecond tick.
+uint64_t MonotonicMicros();
 // Milliseconds of the wall clock (the clock _time32 reads), for deadlines kept in its
 // whole seconds.
 int64_t WallClockMs();

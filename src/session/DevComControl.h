@@ -250,8 +250,9 @@ class CDevComControl {
   // The last heartbeat send failed at this tick: it is retried 100 ms later at the earliest.
   bool m_bHeartbeatFailed;
   uint32_t m_nHeartbeatFailTick;
-  // Start of the last upload turn: the next one is due 20 ms after it.
-  uint32_t m_nLastUploadTurnTick;
+  // Start of the last upload turn (microseconds): the next is due once more than 20 ms
+  // have passed.
+  uint64_t m_nLastUploadTurnUs;
   std::atomic<unsigned long> m_workerId;
   std::atomic<uint32_t> m_nFailCount;
   uint32_t m_nLastAuthTick;

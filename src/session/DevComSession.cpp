@@ -34,7 +34,7 @@ CDevComControl::CDevComControl(ISessionSink* sink, const std::atomic<int>* autoR
       m_bKnownReadable(false),
       m_bHeartbeatFailed(false),
       m_nHeartbeatFailTick(0),
-      m_nLastUploadTurnTick(0),
+      m_nLastUploadTurnUs(0),
       m_workerId(0),
       m_nFailCount(0),
       m_nLastAuthTick(0),

@@ -17,7 +17,9 @@
 namespace {
 const uint32_t kAuthResendMs = 5000;  // resent once more than 4999 ms have passed
 const int kHeartbeatSeconds = 10;     // sent once more than 9 whole seconds have passed
-const uint32_t kUploadTurnMs = 21;    // next upload turn once more than 20 ms have passed
+// The next upload turn once more than 20 ms have passed since the last one began,
+// measured in microseconds: the millisecond tick would round every turn up to 21 ms.
+const uint64_t kUploadTurnUs = 20000;
 const int kLongestWaitMs = 10000;     // re-read the clocks at least this often
 const uint32_t kHeartbeatRetryMs = 100;  // a failed heartbeat is tried again this much later
 }  // namespace
@@ -45,7 +47,7 @@ int CDevComControl::MsUntilHeartbeat() const {
 }
 
 bool CDevComControl::UploadTurnDue() const {
-  return UploadDue() && GetTickCount() - m_nLastUploadTurnTick >= kUploadTurnMs;
+  return UploadDue() && MonotonicMicros() - m_nLastUploadTurnUs > kUploadTurnUs;
 }
 
 bool CDevComControl::DownloadRetryDue() const { return MsUntilRetryReqDownload() == 0; }
@@ -62,8 +64,8 @@ int CDevComControl::MsUntilNextDeadline(bool waitingForWritable) {
   // Steps that wait for writability are woken by it, not by their deadline.
   if (!waitingForWritable) {
     if (UploadDue()) {
-      uint32_t spent = now - m_nLastUploadTurnTick;
-      int left = spent >= kUploadTurnMs ? 0 : static_cast<int>(kUploadTurnMs - spent);
+      uint64_t spent = MonotonicMicros() - m_nLastUploadTurnUs;
+      int left = spent > kUploadTurnUs ? 0 : static_cast<int>((kUploadTurnUs - spent) / 1000 + 1);
       if (left < ms) ms = left;
     }
     int retry = MsUntilRetryReqDownload();
@@ -134,7 +136,7 @@ void CDevComControl::NormalTurn() {
   }
   if (r & QXPOLL_WRITE) {
     if (UploadTurnDue()) {
-      m_nLastUploadTurnTick = GetTickCount();
+      m_nLastUploadTurnUs = MonotonicMicros();
       SendUploadFileData();
     }
     CheckRetryReqDownload();
