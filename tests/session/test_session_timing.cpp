@@ -2,6 +2,8 @@
 // during authentication is noticed at once, and a device that trickles bytes cannot hold
 // back the heartbeat. Through the public interface, against the simulator.
 #include <gtest/gtest.h>
+#include <stdlib.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -123,6 +125,35 @@ TEST_F(Timing, ATricklingDeviceDoesNotHoldBackTheHeartbeat) {
   EXPECT_LE(25.0 - hb[1], 11.5);
   std::printf("heartbeats at %.2f s and %.2f s under a trickle of %d bytes\n", hb[0], hb[1], bytes);
   EXPECT_EQ(Capture::Get().CountEvents(1), 0);
+}
+
+// Upload pacing: five 163,840-byte chunks a turn, a turn once more than 20 ms have passed
+// since the last one began. Fifty chunks are ten turns: at least 180 ms from the first
+// chunk to the last (a worker without pacing sends them in a few milliseconds), and well
+// under the second that one chunk a turn would take.
+TEST_F(Timing, UploadChunksGoOutFiveATurnEveryTwentyMilliseconds) {
+  DevSim sim;
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  ASSERT_NO_FATAL_FAILURE(LoginAuthenticated(sim));
+  char path[] = "/tmp/qxnet-pacing-XXXXXX";
+  int fd = mkstemp(path);
+  ASSERT_GE(fd, 0);
+  const size_t kChunk = 163840, kChunks = 50;
+  std::string bytes(kChunk * kChunks, 'p');
+  ASSERT_EQ(write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+  close(fd);
+  ASSERT_EQ(0, QXNet_Loc_Upgrade(id_, path));
+  std::string first = sim.cmd("WAIT 20000 20002 1 10000");
+  auto t1 = Clock::now();
+  std::string last = sim.cmd("WAIT 20000 20002 " + std::to_string(kChunks) + " 20000");
+  double span = Since(t1);
+  unlink(path);
+  ASSERT_EQ(first.rfind("OK", 0), 0u) << first;
+  ASSERT_EQ(last.rfind("OK", 0), 0u) << last;
+  std::printf("first to last of %zu chunks: %.0f ms\n", kChunks, span * 1000);
+  EXPECT_GE(span, 0.175);
+  EXPECT_LE(span, 0.6 * qxtest::kSanitizerSlowdown);
+  EXPECT_TRUE(Capture::Get().WaitEvent(QXNET_EV_UPGRADE_FINISHED, 1, 10000));
 }
 
 }  // namespace
