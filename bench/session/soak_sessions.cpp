@@ -207,6 +207,10 @@ void Recover(Run& r) {
   r.fig.recoverSeconds = NowSeconds() - t0;
   r.fig.lost = r.opt.sessions - r.book.AuthenticatedAmong(r.ids);
   r.fig.simHoldsAll = SimHoldsExactly(r.sup.sim(), r.opt.sessions);
+  // Measured after the same quiet time as the start figure: right after a reconnect burst
+  // the log lines of the last second are still queued, and start and end would not
+  // compare like with like.
+  std::this_thread::sleep_for(std::chrono::duration<double>(r.opt.settleSeconds));
   r.fig.rssEndKiB = RssKiB();
   r.fig.heapEndKiB = HeapInUseKiB();
   r.fig.events = r.book.Sum();  // before the logout adds its own closes
