@@ -1,0 +1,3 @@
+# Pure media code: pack header and frame reassembly, stream parameters, SPS reader, MP4 writer.
+list(APPEND QXNET_SOURCES
+)
