@@ -85,6 +85,7 @@ bool CDownloadAssembler::BeforeAssembly(const PackHeader& h) {
 }
 
 void CDownloadAssembler::EnsureWriter() {
+  if (m_writer && m_nWriterGeneration != m_span.generation) CloseWriter();
   if (m_writer || m_span.createTried) return;
   m_span.createTried = true;
   std::unique_ptr<IDownloadWriter> w = m_pHost->NewDownloadWriter();
@@ -92,6 +93,7 @@ void CDownloadAssembler::EnsureWriter() {
   fLog(0, "Download NVR record file, TS_MP4_OpenWrite success \n");
   if (!w->create(m_span.path)) return;
   m_writer = std::move(w);
+  m_nWriterGeneration = m_span.generation;
   VideoArgs v(m_params.video);
   m_writer->addVideo(v.name, v.header, v.length);
 }

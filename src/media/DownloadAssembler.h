@@ -57,6 +57,7 @@ class CDownloadAssembler {
   NETSDK_STREAM_PARAM m_params;
   CReassemblyBuffer m_buf;
   std::unique_ptr<IDownloadWriter> m_writer;
+  uint32_t m_nWriterGeneration = 0;
   // The frame dropped for its length: its remaining packs are dropped too.
   bool m_bDropping = false;
   uint32_t m_nDroppedIndex = 0;

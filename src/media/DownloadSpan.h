@@ -21,6 +21,9 @@ struct DownloadSpan {
   // One attempt to create the file per download: a failed create leaves the download
   // running without a file instead of retrying on every pack.
   bool createTried = false;
+  // Moves on with each request, so that a file left open by an earlier download (whose
+  // stop answer never came) is closed before the next one writes.
+  std::atomic<uint32_t> generation{0};
 
   // What a new download request resets (before it is sent).
   void Begin(const char* file, uint32_t startMs, uint32_t endMs) {
@@ -33,6 +36,7 @@ struct DownloadSpan {
     lastVideoTick = 0;
     lastSplitTick = 0;
     createTried = false;
+    ++generation;
   }
   // The fields the stop procedure clears.
   void Stop() {
