@@ -97,6 +97,10 @@ extern "C" {
 #define QXNET_REPLAY_PARAM_VIDEO     3     /* NETSDK_STREAM_PARAM with video only */
 #define QXNET_REPLAY_PARAM_AUDIO     4     /* NETSDK_STREAM_PARAM with audio only */
 
+/* Play action event codes: the replay mode (0 replay, 1 download) after a stream-parameter
+ * answer, preceded by this one when the parameters were handed to the replay callback. */
+#define QXNET_PLAY_EVENT_PARAMS      12
+
 /* ---------------------------------------------------------------------------------------
  * Records.
  * ------------------------------------------------------------------------------------- */
