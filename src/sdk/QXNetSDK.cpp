@@ -198,18 +198,17 @@ QXNET_API long QXNet_Loc_GetIPCInfo(long index, __NetSDK_IPC_ENTRYV2* entry) {
 }
 
 // The caller's first-generation record is read before the initialisation test: a
-// whole record is built from its 4232 bytes, the rest zero.
+// whole record is built from its 4232 bytes, the rest zero. A null record reaches the
+// core as null, which refuses it with its own log line.
 QXNET_API long QXNet_ModifyIPC(long index, __NetSDK_IPC_ENTRYV2* entry) {
   __NetSDK_IPC_ENTRYV2 full;
   WidenIpcEntryFromV1(entry, &full);
   QXNET_CORE_OR_201
-  if (!entry) return QXNET_E_BAD_INDEX;
-  return core->SDK_ModifyIPC(index, &full);
+  return core->SDK_ModifyIPC(index, entry ? &full : nullptr);
 }
 
 QXNET_API long QXNet_Loc_ModifyIPC(long index, __NetSDK_IPC_ENTRYV2* entry) {
   QXNET_CORE_OR_201
-  if (!entry) return QXNET_E_BAD_INDEX;
   return core->SDK_ModifyIPC(index, entry);
 }
 
@@ -217,13 +216,11 @@ QXNET_API long QXNet_RestoreIPC(long index, __NetSDK_IPC_ENTRYV2* entry) {
   __NetSDK_IPC_ENTRYV2 full;
   WidenIpcEntryFromV1(entry, &full);
   QXNET_CORE_OR_201
-  if (!entry) return QXNET_E_BAD_INDEX;
-  return core->SDK_RestoreIPC(index, &full);
+  return core->SDK_RestoreIPC(index, entry ? &full : nullptr);
 }
 
 QXNET_API long QXNet_Loc_RestoreIPC(long index, __NetSDK_IPC_ENTRYV2* entry) {
   QXNET_CORE_OR_201
-  if (!entry) return QXNET_E_BAD_INDEX;
   return core->SDK_RestoreIPC(index, entry);
 }
 
