@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "lan.h"
 #include "proto.h"
 
 struct sockaddr_in;
@@ -202,6 +203,7 @@ struct Options {
   std::string script;
   int maxConns = 10000;  // open device connections at most; more are closed on accept
   LogLevel log = LogLevel::Normal;
+  LanOptions lan;  // --lan: discoverable devices on UDP
 };
 
 class Sim {
@@ -234,6 +236,7 @@ class Sim {
   bool setupControl();
   bool runScript();
   bool writePortFile();
+  bool setupLan();
   bool openListener(Device& d);
   void closeListener(Device& d);
   // device connections (conn.cpp)
@@ -334,6 +337,7 @@ class Sim {
   std::map<int, int> connDev_;  // connection id -> device index, for every connection seen
   long long countMsgs(const std::string& type, const std::string& cmd, int conn, int dev) const;
   std::map<std::string, long long> stats_;
+  std::unique_ptr<LanNet> lan_;  // null without --lan
   FrameFault anyFault_;  // applies to the next frames sent on any connection
 };
 

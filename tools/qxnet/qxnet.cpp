@@ -17,6 +17,7 @@
 #include <tinyxml.h>
 
 #include "QXNetSDK.h"
+#include "lan_commands.h"
 
 namespace {
 std::atomic<bool> g_stop{false};
@@ -144,7 +145,9 @@ void Usage() {
       "    userdata get | userdata set TEXT read / store the application's data on the device\n"
       "    upgrade FILE                     firmware upgrade with a progress bar\n"
       "    config-file save FILE            fetch the configuration file into FILE\n"
-      "    config-file load FILE            send FILE as the configuration file\n"
+      "    config-file load FILE            send FILE as the configuration file\n");
+  LanUsage();
+  std::printf(
       "exit codes: 0 done, 1 the device refused or the transfer failed, 2 usage,\n"
       "            3 no connection, login refused, connection dropped or timeout\n");
 }
@@ -506,6 +509,8 @@ int main(int argc, char** argv) {
   std::string cmd = argv[1];
   if (cmd == "version") return CmdVersion();
   if (cmd == "login") return CmdLogin(argc, argv);
+  int lan = RunLanCommand(argc, argv);
+  if (lan >= 0) return lan;
   if (argc >= 6) return CmdOperation(argc, argv);
   Usage();
   return 2;
