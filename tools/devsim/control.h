@@ -106,6 +106,10 @@ struct Cmd {
   // ctl_fault.cpp
   std::string arm();
   std::string chaos();
+  // ctl_recorder.cpp
+  std::string recFault();
+  std::string recSpans();
+  std::string recStream();
 
  private:
   std::string msgOptions(long long& conn, long long& max);
