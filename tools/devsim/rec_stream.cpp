@@ -81,7 +81,8 @@ void RecorderStream::pause(bool p, int64_t now) {
 bool RecorderStream::takeFault(const std::string& kind, uint32_t ts, RecFault& out) {
   long long elapsed = firstTs_ < 0 ? 0 : static_cast<long long>(ts) - firstTs_;
   for (size_t i = 0; i < faults_.size(); ++i) {
-    if (faults_[i].kind != kind || elapsed < faults_[i].atMs) continue;
+    // audio_first acts before the first frame, whatever its at_ms.
+    if (faults_[i].kind != kind || (kind != "audio_first" && elapsed < faults_[i].atMs)) continue;
     out = faults_[i];
     faults_.erase(faults_.begin() + static_cast<long>(i));
     rep_.faults.push_back(kind + "@" + std::to_string(ts));
