@@ -116,6 +116,10 @@ struct Cmd {
   std::string lanFlood();
   std::string lanBad();
   std::string lanOversize();
+  // ctl_recorder.cpp
+  std::string recFault();
+  std::string recSpans();
+  std::string recStream();
 
  private:
   std::string msgOptions(long long& conn, long long& max);

@@ -122,6 +122,12 @@ int applyOption(const std::string& name, const std::string& v, Options& o) {
     o.script = v;
   } else if (name.compare(0, 5, "--lan") == 0) {
     return lanOption(name, v, o.lan);
+  } else if (name == "--clips") {
+    o.clipDir = v;
+  } else if (name == "--set") {
+    size_t eq = v.find('=');
+    if (eq == std::string::npos || eq == 0) return usageError("bad --set " + v + " (NAME=VALUE)");
+    o.settings.emplace_back(v.substr(0, eq), v.substr(eq + 1));
   } else if (name == "--max-conns") {
     if (!devsim::parseInt(v, n) || n < 1 || n > 1000000) return usageError("bad --max-conns " + v);
     o.maxConns = static_cast<int>(n);
@@ -134,7 +140,7 @@ int parseOptions(int argc, char** argv, Options& o) {
   static const char* known[] = {"--listen", "--devices", "--account", "--max-channels", "--auth-refusal",
                                 "--control", "--port-file", "--upload-dir", "--script", "--max-conns",
                                 "--lan", "--lan-listen", "--lan-first-ip", "--lan-gateway", "--lan-mask",
-                                "--lan-kinds"};
+                                "--lan-kinds", "--clips", "--set"};
   for (int i = 1; i < argc; ++i) {
     std::string a = argv[i];
     if (a == "--help" || a == "-h") {

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -109,8 +110,16 @@ bool Sim::setupDevices() {
     } else {
       for (auto& a : opt_.accounts) d.accounts[a.first] = a.second;
     }
+    for (auto& kv : opt_.settings) {
+      std::string err;
+      if (!setSetting(d.s, kv.first, kv.second, err)) {
+        fprintf(stderr, "qxdevsim: --set %s: %s\n", kv.first.c_str(), err.c_str());
+        return false;
+      }
+    }
     if (!openListener(d)) return false;
   }
+  clips_.setDir(opt_.clipDir.empty() ? defaultClipDir() : opt_.clipDir);
   return true;
 }
 
