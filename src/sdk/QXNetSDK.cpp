@@ -12,6 +12,7 @@
 #include "sdk/IpcEntryCopy.h"
 #include "sdk/NetSDKFunc.h"
 #include "sdk/QXNetSDKInternal.h"
+#include "sdk/SdkVersion.h"
 
 CLocker g_lock;
 CNetSDKFunc* g_pInstance = nullptr;
@@ -53,7 +54,7 @@ static void CopyDomain(const char* name) {
   g_szSvrDomian[sizeof(g_szSvrDomian) - 1] = 0;
 }
 
-static const char kVersion[] = "SDK_PC_V2.8.5_20171109_001";
+static const char kVersion[] = QXNET_SDK_VERSION_TEXT;
 
 #define QXNET_CORE_OR_201 \
   CNetSDKFunc* core = g_pInstance; \
