@@ -36,7 +36,11 @@ constexpr size_t kHoldMaxBytes = 64u << 20;
 constexpr size_t kPendingMaxPackets = 500;
 // Enough of a key frame for libavcodec's parser to reach the first slice header.
 constexpr unsigned kProbeFrameBytes = 64 * 1024;
-const char kFragmentFlags[] = "frag_keyframe+empty_moov+default_base_moof";
+// A fragment per key frame, so that a download cut short keeps every fragment written up to then.
+// delay_moov writes the (empty) moov with the first fragment instead of before it: only then are
+// the tracks' start times known, and a track that starts later than the other keeps its offset
+// (an edit list) instead of being pulled to zero.
+const char kFragmentFlags[] = "frag_keyframe+empty_moov+default_base_moof+delay_moov";
 const unsigned char kStartCode[4] = {0, 0, 0, 1};
 
 struct ParamSet {
@@ -428,6 +432,7 @@ bool Mp4Writer::Impl::openMuxer(bool withVideo, bool withAudio) {
   const char* muxer = withAudio && audioCodec != kAudioAac ? "mov" : "mp4";
   if (avformat_alloc_output_context2(&fmt, nullptr, muxer, current.c_str()) < 0) return false;
   fmt->pb = pb;
+  fmt->flush_packets = 1;  // each fragment reaches the file as soon as it is complete
   bool ok = (!withVideo || addVideoStream()) && (!withAudio || addAudioStream());
   AVDictionary* options = nullptr;
   av_dict_set(&options, "movflags", kFragmentFlags, 0);
