@@ -184,7 +184,8 @@ void vui_para_parse(sps_bit_stream* bs, sps_info_struct* info) {
     info->fps = to_field(fps);
     return;
   }
-  // Halved only when fixed_frame_rate_flag is set: recorders' streams rely on this reading.
+  // Deliberately not time_scale / (2 x tick): the rate is halved only when
+  // fixed_frame_rate_flag is set.
   info->fps = to_field(read_bit(bs) ? fps >> 1 : fps);
 }
 

@@ -208,7 +208,8 @@ void Sim::sendFailed(Conn& c, const std::string& why) {
 
 void Sim::flushConn(Conn& c) {
   if (c.stalled) return;  // resumeConn flushes
-  while (!c.closed && !c.out.empty()) {
+  // A recorder stream refills the queue whenever it runs dry.
+  while (!c.closed && (!c.out.empty() || (c.rec && pumpRecorder(c)))) {
     Segment& s = c.out.front();
     int64_t now = nowMs();
     if (s.due < 0) s.due = now + s.delayMs;
@@ -295,6 +296,7 @@ void Sim::closeConn(Conn& c, bool rst, const std::string& why) {
   Device& d = devices_[static_cast<size_t>(c.dev)];
   d.connIds.erase(c.id);
   if (c.upload) endUploadOnClose(c, d);
+  if (c.rec) recEnd(c, "closed");
   if (rst) {
     linger lg{1, 0};
     setsockopt(c.fd, SOL_SOCKET, SO_LINGER, &lg, sizeof lg);

@@ -169,6 +169,11 @@ void Sim::handleMessage(Conn& c, const char* payload, size_t size) {
     if (d.s.heartbeatAnswer) answer(c, "30000", "35001", 0);
     return;
   }
+  if (m.type == "10000" && m.cmd.size() == 5 && m.cmd.compare(0, 3, "143") == 0 && m.cmd != "14303" &&
+      m.cmd != "14305" && m.cmd < "14311") {
+    handleRecorder(c, d, m);
+    return;
+  }
   if (m.type == "10000" || m.type == "40000") {
     handleConfig(c, d, m);
     return;

@@ -83,6 +83,22 @@ bool setFlag(const SettingDef&, Settings& s, const std::string& v, std::string& 
 }
 std::string getFlag(const Settings& s) { return "0x" + hex32(s.answerFlag); }
 
+// One of the two device layouts of a stream-parameter block.
+template <long long Settings::*M, long long A, long long B>
+bool setLayout(const SettingDef& def, Settings& s, const std::string& v, std::string& err) {
+  long long n;
+  if (!parseInt(v, n) || (n != A && n != B)) return err = "bad value " + v + " for " + def.name, false;
+  s.*M = n;
+  return true;
+}
+
+bool setPack(const SettingDef&, Settings& s, const std::string& v, std::string& err) {
+  long long n;
+  if (!parseInt(v, n) || n < 1 || n > 65535) return err = "rec_pack must be 1..65535", false;
+  s.recPack = n;
+  return true;
+}
+
 using S = Settings;
 
 const SettingDef kSettings[] = {
@@ -149,6 +165,22 @@ const SettingDef kSettings[] = {
      "  dl_delay_ms N                    pause before each data answer (0)\n"},
     {"mute", setBool<&S::mute>, getBool<&S::mute>, nullptr,
      "  mute 0|1                         send nothing at all\n"},
+    {"rec_video", setChoice<&S::recVideo>, getWord<&S::recVideo>, "h264|h265",
+     "  rec_video h264|h265              recorder: video codec of the next streams\n"},
+    {"rec_size", setChoice<&S::recSize>, getWord<&S::recSize>, "320x240|1920x1080",
+     "  rec_size 320x240|1920x1080       recorder: picture size\n"},
+    {"rec_audio", setChoice<&S::recAudio>, getWord<&S::recAudio>, "none|pcmu|pcma|aac",
+     "  rec_audio none|pcmu|pcma|aac     recorder: audio (G.711 mu-law, A-law, AAC; aac)\n"},
+    {"rec_pace", setChoice<&S::recPace>, getWord<&S::recPace>, "realtime|fast",
+     "  rec_pace realtime|fast           recorder: frames at their time (speed controls\n"
+     "                                   apply), or as fast as the socket takes\n"},
+    {"rec_video_layout", setLayout<&S::recVideoLayout, 536, 537>, getNum<&S::recVideoLayout>, nullptr,
+     "  rec_video_layout 536|537         VideoParam: 536 bytes without base64 padding, or\n"
+     "                                   with padding (decoded as 537)\n"},
+    {"rec_audio_layout", setLayout<&S::recAudioLayout, 276, 57>, getNum<&S::recAudioLayout>, nullptr,
+     "  rec_audio_layout 276|57          AudioParam: the 276-byte or the compact 57-byte block\n"},
+    {"rec_pack", setPack, getNum<&S::recPack>, nullptr,
+     "  rec_pack N                       largest pack payload (4096; at most 65535)\n"},
     {"answer_flag", setFlag, getFlag, nullptr,
      "  answer_flag X                    frame flag of the device (0x20180307 or 0x70308102)\n"},
 };

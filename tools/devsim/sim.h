@@ -14,7 +14,9 @@
 #include <utility>
 #include <vector>
 
+#include "lan.h"
 #include "proto.h"
+#include "rec_stream.h"
 
 struct sockaddr_in;
 struct epoll_event;
@@ -107,6 +109,14 @@ struct Settings {
   long long dlExtra = 100;
   long long dlDelayMs = 0;
   bool mute = false;                  // send nothing at all
+  // recorder: media of replays and downloads
+  std::string recVideo = "h264";      // h264 h265
+  std::string recSize = "320x240";    // 320x240 1920x1080
+  std::string recAudio = "aac";       // none pcmu pcma aac
+  std::string recPace = "realtime";   // realtime fast
+  long long recVideoLayout = 536;     // 536 537
+  long long recAudioLayout = 276;     // 276 57
+  long long recPack = 4096;           // largest pack payload
   uint32_t answerFlag = kFlagLibrary;
 };
 
@@ -135,6 +145,9 @@ struct Device {
   std::vector<DownloadReport> downloads;
   std::set<int> connIds;                  // its open connections
   Chaos chaos;
+  RecorderSpans spans;                    // recordings per channel
+  std::vector<RecFault> recFaults;        // armed for the next stream
+  std::deque<StreamReport> streams;       // every replay and download, in order
 };
 
 struct Conn {
@@ -161,6 +174,8 @@ struct Conn {
   FrameFault fault;
   long long rxFrames = 0, txFrames = 0, rxBytes = 0, txBytes = 0, badBytes = 0;
   std::unique_ptr<UploadReport> upload;
+  std::unique_ptr<RecorderStream> rec;  // the replay or download being streamed
+  int recReport = -1;                   // its index in the device's streams
   int64_t openedMs = 0;
 };
 
@@ -200,8 +215,11 @@ struct Options {
   std::string portFile;
   std::string uploadDir;
   std::string script;
+  std::string clipDir;                                          // "" = the default folder
+  std::vector<std::pair<std::string, std::string>> settings;    // --set NAME=VALUE
   int maxConns = 10000;  // open device connections at most; more are closed on accept
   LogLevel log = LogLevel::Normal;
+  LanOptions lan;  // --lan: discoverable devices on UDP
 };
 
 class Sim {
@@ -234,6 +252,7 @@ class Sim {
   bool setupControl();
   bool runScript();
   bool writePortFile();
+  bool setupLan();
   bool openListener(Device& d);
   void closeListener(Device& d);
   // device connections (conn.cpp)
@@ -285,6 +304,15 @@ class Sim {
   bool downloadContent(Conn& c, Device& d, std::string& content, std::string& source);
   void sendDownloadData(Conn& c, Device& d, const std::string& served,
                         const std::vector<std::pair<size_t, size_t>>& pieces, DownloadReport& r);
+  // recorder (recorder.cpp, rec_pump.cpp)
+  void handleRecorder(Conn& c, Device& d, const Message& m);
+  void recSearch(Conn& c, Device& d, const Message& m);
+  void recStart(Conn& c, Device& d, const Message& m);
+  void recControl(Conn& c, Device& d, const Message& m);
+  void recEnd(Conn& c, const std::string& state);
+  bool pumpRecorder(Conn& c);
+  void queueFrame(Conn& c, const std::string& payload);  // framed, appended without flushing
+  std::string streamLine(const StreamReport& r) const;
   void reboot(Device& d, Conn* requester);
   void reopenAfterReboot(int idx);
   void answer(Conn& c, const std::string& type, const std::string& cmd, long long result,
@@ -334,7 +362,9 @@ class Sim {
   std::map<int, int> connDev_;  // connection id -> device index, for every connection seen
   long long countMsgs(const std::string& type, const std::string& cmd, int conn, int dev) const;
   std::map<std::string, long long> stats_;
+  std::unique_ptr<LanNet> lan_;  // null without --lan
   FrameFault anyFault_;  // applies to the next frames sent on any connection
+  ClipStore clips_;
 };
 
 }  // namespace devsim

@@ -131,6 +131,50 @@ const std::vector<Verb>& verbTable() {
        "                                BYTES filler bytes (0x5a), or the bytes of H\n"
        "                                repeated, one at a time INTERVAL_MS apart; what\n"
        "                                is sent later waits behind them\n"},
+      {"LAN", &Cmd::lan, 0, nullptr,
+       "  LAN [STATS]                   OK devices= port= target= sent= ... cmdNNNNN=count\n"
+       "  LAN LIST [from=K] [max=N]     OK N idx=..,uid=..,ip=..,hw=..,mac=..,token=.. ...\n"
+       "  LAN SET K|all key=value...    answer fields (uid hw model ip mask gw dns1 dns2\n"
+       "                                mac osd fw sdk token user pass group rtsp http dhcp,\n"
+       "                                escaped) and auth=0|1 result=N|auto mute=0|1 repeat=N\n"
+       "  LAN GET K FIELD               OK value\n"
+       "  LAN COUNT CMD | LAN WAIT CMD N TIMEOUT_MS   requests received with that cmd\n"
+       "  LAN LAST [CMD]                OK cmd= from= size= body=\n"
+       "  LAN PACE MICROSECONDS         pause between the answers of one burst\n"
+       "  LAN ANSWER [to=ADDR:PORT]     answer a search now (default: the last searcher)\n"
+       "  LAN FLOOD N [distinct=1] [hw=TYPE] [to=]    N search answers at once\n"
+       "  LAN BAD KIND [count=N] [to=]  truncated noclose noopen badxml noresult nobody\n"
+       "                                empty binary search unknownuid\n"
+       "  LAN OVERSIZE [bytes=65507] [k=K] [field=osd] [to=]   one answer of exactly BYTES\n"},
+      {nullptr, nullptr, 0, nullptr,
+       "Recorder (replay and download; settings rec_*):\n"},
+      {"RECFAULT", &Cmd::recFault, 0, nullptr,
+       "  RECFAULT KIND [at_ms=2000] [value=N] [to=X] [rst=1] [params=1] [dev=K]\n"
+       "                                arm a fault for the device's next stream, applied\n"
+       "                                once at_ms of media after its first frame. KIND:\n"
+       "                                lose_pack (second pack of a multi-pack frame not\n"
+       "                                sent), seq_jump (pack_seq jumps by value, 1000, inside\n"
+       "                                a frame), seq_wrap (a frame's packs 65535, 0, ...),\n"
+       "                                audio_first (an audio frame before the first video\n"
+       "                                frame), param_change (at a key frame: new parameters\n"
+       "                                then video of to=CODEC_SIZE, default the other size),\n"
+       "                                audio_change (audio becomes to=CODEC; params=1\n"
+       "                                announces it), drop (close, rst=1 reset), stall\n"
+       "                                (no media for value ms, 3000), refuse (answer the\n"
+       "                                next 14301 with flag value, -16)\n"
+       "  RECFAULT [dev=K]              OK N KIND@at_ms ...     RECFAULT off: disarm all\n"},
+      {"RECSPANS", &Cmd::recSpans, 0, nullptr,
+       "  RECSPANS CH [hhmmss-hhmmss,...|-] [dev=K]\n"
+       "                                show or set the channel's daily spans (- generated)\n"},
+      {"RECSTREAM", &Cmd::recStream, 0, nullptr,
+       "  RECSTREAM [INDEX|COUNT] [dev=K]\n"
+       "                                OK index= conn= mode=replay|download state=streaming|\n"
+       "                                ended|stopped|dropped|refused|closed ch= video= audio=\n"
+       "                                start= end= video_frames= key_frames= audio_frames=\n"
+       "                                video_in_span= audio_in_span= packs= bytes=\n"
+       "                                first_video_ms= last_video_ms= last_in_span_ms=\n"
+       "                                first_audio_ms= parts=N/N.. faults=KIND@ts,..\n"
+       "                                STATS: rec_searches rec_streams rec_streams_ended ...\n"},
       {nullptr, nullptr, 0, nullptr,
        "Chaos (hostile devices, soak tests):\n"},
       {"CHAOS", &Cmd::chaos, 0, nullptr,

@@ -17,6 +17,7 @@
 #include <tinyxml.h>
 
 #include "QXNetSDK.h"
+#include "lan_commands.h"
 
 namespace {
 std::atomic<bool> g_stop{false};
@@ -145,6 +146,11 @@ void Usage() {
       "    upgrade FILE                     firmware upgrade with a progress bar\n"
       "    config-file save FILE            fetch the configuration file into FILE\n"
       "    config-file load FILE            send FILE as the configuration file\n"
+      "    records DAY|MONTH CHANNEL        recorded spans of a day (YYYYMMDD) or a month (YYYYMM)\n"
+      "    download CHANNEL START END FILE  a span (YYYYMMDDhhmmss) into an MP4 file, with a\n"
+      "                                     progress bar (plain lines when not a terminal)\n");
+  LanUsage();
+  std::printf(
       "exit codes: 0 done, 1 the device refused or the transfer failed, 2 usage,\n"
       "            3 no connection, login refused, connection dropped or timeout\n");
 }
@@ -206,12 +212,35 @@ bool WaitAnswer(unsigned long cmd, double timeout, long* code, std::string* body
 // The answer's result flag: the code's top byte, signed.
 int AnswerFlag(long code) { return static_cast<int8_t>((static_cast<unsigned long>(code) >> 24) & 0xFF); }
 
-void ProgressBar(const char* what, int pct) {
+// On a terminal a bar redrawn in place; otherwise (a log, a pipe) plain lines, at most one a
+// second and the last one always, with no carriage returns. Rate and time left come from the
+// percentage and the start time when the total is known (bytes > 0).
+void ProgressBar(const char* what, int pct, double totalBytes = 0) {
+  static double started = 0, lastLine = -10;
+  static int lastPct = -1;
+  double now = Now();
+  if (pct <= 0 || started == 0) started = now;
   int w = pct < 0 ? 0 : (pct > 100 ? 100 : pct);
+  char extra[96] = "";
+  double took = now - started;
+  if (w > 0 && took > 0.2) {
+    double left = took * (100 - w) / w;
+    if (totalBytes > 0)
+      std::snprintf(extra, sizeof extra, "  %.1f MB/s  %.0f s left", totalBytes * w / 100 / took / 1e6, left);
+    else
+      std::snprintf(extra, sizeof extra, "  %.0f s left", left);
+  }
+  if (!isatty(fileno(stderr))) {
+    if (w == lastPct || (w < 100 && now - lastLine < 1.0)) return;
+    lastLine = now;
+    lastPct = w;
+    std::fprintf(stderr, "%s %d%%%s\n", what, w, extra);
+    return;
+  }
   char bar[41];
   for (int i = 0; i < 40; ++i) bar[i] = i < w * 40 / 100 ? '#' : ' ';
   bar[40] = 0;
-  std::fprintf(stderr, "\r%s [%s] %3d%%", what, bar, w);
+  std::fprintf(stderr, "\r%s [%s] %3d%%%s", what, bar, w, extra);
   if (w >= 100) std::fprintf(stderr, "\n");
 }
 
@@ -385,6 +414,101 @@ int RunTransfer(const OpArgs& a) {
   }
 }
 
+// The text of <name>..</name> in a record list, "" when absent.
+std::string TagText(const std::string& text, const char* name) {
+  std::string open = std::string("<") + name + ">", close = std::string("</") + name + ">";
+  size_t a = text.find(open);
+  size_t b = a == std::string::npos ? a : text.find(close, a);
+  return b == std::string::npos ? "" : text.substr(a + open.size(), b - a - open.size());
+}
+
+// One day's record list of a channel: its spans text ("hhmmss-hhmmss,..."), or false.
+bool SearchDay(const OpArgs& a, long ch, const std::string& day, std::string* spans) {
+  std::string t = day + "000000";
+  long rc = QXNet_Loc_SearchNVRRecByTime(a.id, ch, &t[0]);
+  if (rc != 0) {
+    std::fprintf(stderr, "qxnet: record search refused by the library (result %ld)\n", rc);
+    return false;
+  }
+  long code = 0;
+  std::string body;
+  if (!WaitAnswer(14300, a.timeout, &code, &body) || AnswerFlag(code) < 0) {
+    std::fprintf(stderr, "qxnet: no record list for %s\n", day.c_str());
+    return false;
+  }
+  {
+    std::lock_guard<std::mutex> lock(g_wait.mu);
+    g_wait.answers.clear();  // the next day's search waits for its own answer
+  }
+  *spans = TagText(body, "Stream");
+  return true;
+}
+
+// records DAY|MONTH CHANNEL: a table of a day's spans, or of a month's recorded days (one
+// day search per day: the month search has no export).
+int RunRecords(const OpArgs& a) {
+  if (!a.Arg(1) || !a.Arg(2)) return -1;
+  std::string when = a.Arg(1);
+  long ch = std::atol(a.Arg(2));
+  if (when.size() != 8 && when.size() != 6) return -1;
+  std::vector<std::string> days;
+  if (when.size() == 8) days.push_back(when);
+  for (int d = 1; when.size() == 6 && d <= 31; ++d) days.push_back(when + (d < 10 ? "0" : "") + std::to_string(d));
+  std::printf("%-10s %-8s %-8s %s\n", "day", "start", "end", "length");
+  for (const std::string& day : days) {
+    std::string spans;
+    if (!SearchDay(a, ch, day, &spans)) return 1;
+    for (size_t p = 0; p + 13 <= spans.size(); p += 14) {
+      std::string s = spans.substr(p, 6), e = spans.substr(p + 7, 6);
+      auto secs = [](const std::string& x) { return std::atoi(x.substr(0, 2).c_str()) * 3600 +
+                                                    std::atoi(x.substr(2, 2).c_str()) * 60 + std::atoi(x.substr(4, 2).c_str()); };
+      int len = secs(e) - secs(s);
+      std::printf("%-10s %s:%s:%s %s:%s:%s %dh%02dm%02ds\n", day.c_str(), s.substr(0, 2).c_str(), s.substr(2, 2).c_str(),
+                  s.substr(4, 2).c_str(), e.substr(0, 2).c_str(), e.substr(2, 2).c_str(), e.substr(4, 2).c_str(),
+                  len / 3600, len / 60 % 60, len % 60);
+    }
+  }
+  return 0;
+}
+
+// download CHANNEL START END FILE: the span into an MP4 file, with a progress bar.
+int RunDownload(const OpArgs& a) {
+  if (!a.Arg(4)) return -1;
+  std::string start = a.Arg(2), end = a.Arg(3);
+  long rc = QXNet_Loc_NVRRecordDownload(a.id, std::atol(a.Arg(1)), &start[0], &end[0], a.argv[a.first + 4]);
+  if (rc != 0) {
+    std::fprintf(stderr, "qxnet: download refused by the library (result %ld)\n", rc);
+    return 1;
+  }
+  size_t from = 0;
+  ProgressBar("download", 0);
+  for (;;) {
+    long code = 0;
+    std::string text;
+    int r = WaitEvent({QXNET_EV_DOWNLOAD_ACCEPTED, QXNET_EV_DOWNLOAD_REFUSED, QXNET_EV_DOWNLOAD_STOPPED,
+                       QXNET_EV_DOWNLOAD_PROGRESS}, from, a.timeout, &code, &text, &from);
+    if (r < 0) {
+      std::fprintf(stderr, "\nqxnet: download %s\n", r == -1 ? "timed out" : "lost its connection");
+      return 3;
+    }
+    if (code == QXNET_EV_DOWNLOAD_REFUSED) {
+      std::fprintf(stderr, "\nqxnet: the recorder refused the download\n");
+      return 1;
+    }
+    if (code == QXNET_EV_DOWNLOAD_STOPPED) {
+      std::printf("download stopped: %s\n", a.Arg(4));
+      return 0;
+    }
+    if (code != QXNET_EV_DOWNLOAD_PROGRESS) continue;
+    int pct = AttrInt(text, "DownloadPos");
+    ProgressBar("download", pct);
+    if (pct >= 100) {
+      std::printf("download finished: %s\n", a.Arg(4));
+      return 0;
+    }
+  }
+}
+
 // Runs the operation named by argv[first]; the exit code.
 int RunOperation(long id, int argc, char** argv, int first, double timeout) {
   OpArgs a{id, argc, argv, first, timeout};
@@ -402,6 +526,10 @@ int RunOperation(long id, int argc, char** argv, int first, double timeout) {
     rc = RunUserData(a);
   else if (op == "upgrade" || op == "config-file")
     rc = RunTransfer(a);
+  else if (op == "records")
+    rc = RunRecords(a);
+  else if (op == "download")
+    rc = RunDownload(a);
   if (rc >= 0) return rc;
   Usage();
   return 2;
@@ -506,6 +634,8 @@ int main(int argc, char** argv) {
   std::string cmd = argv[1];
   if (cmd == "version") return CmdVersion();
   if (cmd == "login") return CmdLogin(argc, argv);
+  int lan = RunLanCommand(argc, argv);
+  if (lan >= 0) return lan;
   if (argc >= 6) return CmdOperation(argc, argv);
   Usage();
   return 2;
