@@ -45,9 +45,11 @@ uint32_t U32(const uint8_t* p) { return p[0] | p[1] << 8 | p[2] << 16 | static_c
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   mediafuzz::StartLog();
   if (size < 10) return 0;
-  Host host;
-  media::CDownloadAssembler asmb(&host);
+  // One assembler for the process, reset per input: its 2 MiB buffer is made once.
+  static Host host;
+  static media::CDownloadAssembler asmb(&host);
   host.asmb = &asmb;
+  asmb.Reset();
   asmb.Span().Begin(data[8] & 1 ? "xfail.mp4" : "out.mp4", U32(data), U32(data + 4));
   asmb.Span().active = true;
   NETSDK_VIDEO_PARAM& v = asmb.Params().video;

@@ -13,9 +13,11 @@ volatile unsigned g_sink;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   mediafuzz::StartLog();
-  media::CReplayAssembler replay([](unsigned long, unsigned char* d, unsigned long n, FRAME_EXTDATA* ext) {
+  // One assembler for the process, reset per input: its 2 MiB buffer is made once.
+  static media::CReplayAssembler replay([](unsigned long, unsigned char* d, unsigned long n, FRAME_EXTDATA* ext) {
     g_sink = mediafuzz::Touch(d, n) + ext->frame_type;
   });
+  replay.Reset();
   for (const mediafuzz::Piece& p : mediafuzz::Pieces(data, size)) {
     media::PackHeader h;
     if (media::ReadPackHeader(p.data, p.size, &h)) g_sink = mediafuzz::Touch(p.data + 20, h.payload_size);

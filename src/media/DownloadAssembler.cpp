@@ -189,6 +189,13 @@ void CDownloadAssembler::SplitWithParams() {
   m_writer->splitFile(v.name, v.header, v.length);
 }
 
+void CDownloadAssembler::Reset() {
+  CloseWriter();
+  m_buf.Reset();
+  m_bDropping = false;
+  std::memset(&m_params, 0, sizeof(m_params));
+}
+
 void CDownloadAssembler::CloseWriter() {
   if (!m_writer) return;
   m_writer->close();

@@ -35,6 +35,8 @@ class CDownloadAssembler {
   // New stream parameters mid-download: the next numbered part begins.
   void SplitWithParams();
   void CloseWriter();
+  // Closes the file and forgets the frame under way and the parameters (the buffer is kept).
+  void Reset();
 
  private:
   // Where step 7 leaves a pack: stored (nothing to write yet) or a frame to write.

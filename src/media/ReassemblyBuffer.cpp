@@ -8,6 +8,12 @@ void CReassemblyBuffer::Reserve() {
   if (!m_data) m_data.reset(new unsigned char[kReassemblyBufferSize]());
 }
 
+void CReassemblyBuffer::Reset() {
+  if (m_data) std::memset(m_data.get(), 0, kPackHeaderSize);
+  m_nFill = 0;
+  m_bOpen = false;
+}
+
 bool CReassemblyBuffer::Start(const unsigned char* pack, size_t length, uint16_t payloadSize) {
   Reserve();
   m_bOpen = false;

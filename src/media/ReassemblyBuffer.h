@@ -22,6 +22,8 @@ class CReassemblyBuffer {
   // Ends the frame: a later middle or last pack has nothing to join.
   void Finish() { m_bOpen = false; }
   void Abandon() { m_bOpen = false; }
+  // Back to the state of a fresh buffer (header zeroed, nothing under way), keeping the memory.
+  void Reset();
   bool Open() const { return m_bOpen; }
   // The buffered header (the first pack's, with the last accepted pack_seq).
   PackHeader Header() const { return DecodeHeader(m_data.get()); }

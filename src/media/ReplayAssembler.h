@@ -23,6 +23,8 @@ class CReplayAssembler {
  public:
   explicit CReplayAssembler(ReplayFrameFn deliver) : m_deliver(std::move(deliver)) {}
   void Reserve() { m_buf.Reserve(); }
+  // Forgets the frame under way, as a fresh assembler would (the buffer is kept).
+  void Reset() { m_buf.Reset(); }
   // One pack as the device sent it; `channel` only goes into the log line.
   void OnPack(const unsigned char* pack, size_t length, int channel);
 

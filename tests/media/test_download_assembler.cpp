@@ -255,3 +255,25 @@ TEST_F(Download, SplitWithNewParametersOnlyWithAWriter) {
 }
 
 }  // namespace
+
+namespace {
+
+// Reset closes the file and starts over as a fresh assembler would.
+TEST_F(Download, ResetClosesTheFileAndForgetsTheFrame) {
+  Begin(0, 86000000);
+  Pack first = Video(1000);
+  first.type = media::kPackFirst;
+  Feed(first);
+  asm_.Reset();
+  EXPECT_FALSE(asm_.HasWriter());
+  EXPECT_EQ(Calls().back(), "close");
+  Begin(0, 86000000);
+  Pack last = first;  // would complete the frame ("abcabc") without the reset
+  last.type = media::kPackLast;
+  last.seq = 1;
+  Feed(last);
+  ASSERT_EQ(host_.writer.frames.size(), 1u);
+  EXPECT_EQ(host_.writer.frames[0], "abc");  // joins nothing: the buffer at this pack's length
+}
+
+}  // namespace
