@@ -8,5 +8,6 @@ list(APPEND QXNET_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/ReassemblyBuffer.cpp
   ${CMAKE_CURRENT_LIST_DIR}/ReplayAssembler.cpp
   ${CMAKE_CURRENT_LIST_DIR}/DownloadAssembler.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/Mp4DownloadWriter.cpp
   ${CMAKE_CURRENT_LIST_DIR}/StreamParams.cpp
 )

@@ -8,6 +8,7 @@
 #include <tinyxml.h>
 
 #include "base/FuncLog.h"
+#include "media/Mp4DownloadWriter.h"
 #include "media/StreamParams.h"
 #include "session/DevComControl.h"
 #include "session/Protocol.h"
@@ -55,11 +56,9 @@ bool ReadParamTexts(const char* xmlBody, ParamTexts* out) {
   return true;
 }
 
-std::unique_ptr<media::IDownloadWriter> NoWriter() { return nullptr; }
-
 }  // namespace
 
-CDevComControl::WriterFactory CDevComControl::DefaultWriterFactory() { return &NoWriter; }
+CDevComControl::WriterFactory CDevComControl::DefaultWriterFactory() { return &media::NewMp4DownloadWriter; }
 
 // ---- the "90000" routes
 
