@@ -2,6 +2,7 @@
 // LAN devices in the LAN namespace, search requests broadcast over the veth pair.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <fstream>
@@ -55,8 +56,17 @@ class LanDiscovery : public ::testing::Test {
     ASSERT_EQ(0, rc);
   }
   // The device's fields as the simulator lists them.
+  // (LAN LIST gives "OK 1 idx=K,uid=..,ip=..,...": one comma-separated entry.)
   std::map<std::string, std::string> Device(int k) {
-    return DevSim::fields(sim_->cmd("LAN LIST from=" + std::to_string(k) + " max=1"));
+    std::string r = sim_->cmd("LAN LIST from=" + std::to_string(k) + " max=1");
+    std::map<std::string, std::string> out;
+    size_t p = r.find("idx=");
+    while (p != std::string::npos && p < r.size()) {
+      size_t c = std::min(r.find(',', p), r.size()), eq = r.find('=', p);
+      if (eq < c) out[r.substr(p, eq - p)] = DevSim::unescape(r.substr(eq + 1, c - eq - 1));
+      p = c + 1;
+    }
+    return out;
   }
   std::string SimField(int k, const std::string& f) {
     std::string r = sim_->cmd("LAN GET " + std::to_string(k) + " " + f);
@@ -256,7 +266,7 @@ TEST_F(LanDiscovery, CredentialsAreForwardedAndTheDevicesVerdictReported) {
   EXPECT_EQ("10.77.0.140", SimField(0, "ip"));
 
   // The XML form never carries credentials: the device that wants them refuses it.
-  EXPECT_EQ(0, QXNet_Loc_ModifyIPCXML(slot, "<TCPIP><IP>10.77.0.141</IP></TCPIP>"));
+  EXPECT_EQ(0, QXNet_Loc_ModifyIPCXML(slot, "<LAN><TCPIP><IP>10.77.0.141</IP></TCPIP></LAN>"));
   ASSERT_TRUE(events_.WaitCount(3, 3, 5000));
   EXPECT_EQ(-1, events_.Snapshot().back().result);
   body = DevSim::fields(sim_->cmd("LAN LAST 30003"))["body"];

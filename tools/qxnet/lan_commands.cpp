@@ -28,7 +28,7 @@ struct SearchState {
   std::vector<int> results;                   // last result of codes 3 and 4, in order
 };
 SearchState g_search;
-bool g_plain = true;
+bool g_plain = false;  // discover on a pipe: one line per found or changed device
 
 std::string Field(const char* f, size_t n) { return std::string(f, strnlen(f, n)); }
 #define FIELD(x) Field(x, sizeof(x))
