@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * QXNetSDK: client library for IP cameras, network and digital video recorders.
  *
  * Usage in brief
@@ -57,7 +58,7 @@ extern "C" {
 #define QXNET_E_SOCKET           (-1234567) /* the session's socket is broken */
 #define QXNET_E_MISSING_ARG      (-8999996) /* a required argument is missing */
 #define QXNET_E_BAD_ARG          (-8999995) /* an argument is out of range (this library's own code) */
-/* Returned by operations whose device side is not available in this build yet (the
+/** Returned by operations whose device side is not available in this build yet (the
  * README lists them). Never returned by a function that has done its work. */
 #define QXNET_E_NOT_AVAILABLE    (-9001)
 
@@ -97,6 +98,10 @@ extern "C" {
 #define QXNET_REPLAY_PARAM_VIDEO     3     /* NETSDK_STREAM_PARAM with video only */
 #define QXNET_REPLAY_PARAM_AUDIO     4     /* NETSDK_STREAM_PARAM with audio only */
 
+/* Play action event codes: the replay mode (0 replay, 1 download) after a stream-parameter
+ * answer, preceded by this one when the parameters were handed to the replay callback. */
+#define QXNET_PLAY_EVENT_PARAMS      12
+
 /* ---------------------------------------------------------------------------------------
  * Records.
  * ------------------------------------------------------------------------------------- */
@@ -109,19 +114,19 @@ typedef struct NetSDK_UserAccount {
   char szStatus[8];
 } NetSDK_UserAccount;
 
-/* The accounts of a device found by discovery (2404 bytes). */
+/** The accounts of a device found by discovery (2404 bytes). */
 typedef struct NetSDK_UserConfig {
   int32_t nAccountNum;
   NetSDK_UserAccount accounts[20];
 } NetSDK_UserConfig;
 
-/* Service ports of a device found by discovery (8 bytes). */
+/** Service ports of a device found by discovery (8 bytes). */
 typedef struct NetSDK_platformAccessConfig {
   int32_t nRTSPPort;
   int32_t nHTTPPort;
 } NetSDK_platformAccessConfig;
 
-/* TCP/IP settings of a device and the credentials to change them (1660 bytes). */
+/** TCP/IP settings of a device and the credentials to change them (1660 bytes). */
 typedef struct NetSDK_LANConfig {
   char szUserName[40];
   char szPassword[40];
@@ -137,7 +142,7 @@ typedef struct NetSDK_LANConfig {
   int32_t nLastResult;    /* head result of the last modify or restore answer */
 } NetSDK_LANConfig;
 
-/* One device found by discovery (4784 bytes). The first-generation record of
+/** One device found by discovery (4784 bytes). The first-generation record of
  * QXNet_GetIPCInfo / QXNet_ModifyIPC / QXNet_RestoreIPC is its first 4232 bytes. */
 typedef struct __NetSDK_IPC_ENTRYV2 {
   char szUID[32];                          /* 0: identity of the record */
@@ -156,7 +161,7 @@ typedef struct __NetSDK_IPC_ENTRYV2 {
 
 #define QXNET_IPC_ENTRY_V1_SIZE 4232
 
-/* One alarm of an alarm report (168 bytes), status event 24. */
+/** One alarm of an alarm report (168 bytes), status event 24. */
 typedef struct ALARM_ITEM {
   int32_t nYear;
   int32_t nMonth;
@@ -171,7 +176,7 @@ typedef struct ALARM_ITEM {
   char szAlarmData[128];    /* NUL-terminated, cut to the field */
 } ALARM_ITEM;
 
-/* Handed with each replayed frame (24 bytes). The library writes the registering
+/** Handed with each replayed frame (24 bytes). The library writes the registering
  * application's user pointer into dwUser (its low 32 bits; the whole pointer on a 32-bit
  * host) and dwUserHigh (its high 32 bits on a 64-bit host): use QXNet_FrameUser(). */
 typedef struct FRAME_EXTDATA {
@@ -186,7 +191,7 @@ static inline void* QXNet_FrameUser(const FRAME_EXTDATA* ext) {
   return (void*)(uintptr_t)(((uint64_t)ext->dwUserHigh << 32) | ext->dwUser);
 }
 
-/* Audio block of the stream-parameter record (276 bytes). */
+/** Audio block of the stream-parameter record (276 bytes). */
 typedef struct NETSDK_AUDIO_PARAM {
   uint8_t reserved[256];
   int32_t nSampleRate;      /* Hz */
@@ -196,7 +201,7 @@ typedef struct NETSDK_AUDIO_PARAM {
   int32_t nChannels;
 } NETSDK_AUDIO_PARAM;
 
-/* Video block of the stream-parameter record (536 bytes): the two codec parameter sets
+/** Video block of the stream-parameter record (536 bytes): the two codec parameter sets
  * and the byte handed to the MP4 writer with them. */
 typedef struct NETSDK_VIDEO_PARAM {
   uint8_t paramSet1[276];
@@ -205,7 +210,7 @@ typedef struct NETSDK_VIDEO_PARAM {
   uint8_t reserved[3];
 } NETSDK_VIDEO_PARAM;
 
-/* Stream parameters of a replay or download (1360 bytes), replay data types 2, 3, 4. */
+/** Stream parameters of a replay or download (1360 bytes), replay data types 2, 3, 4. */
 typedef struct NETSDK_STREAM_PARAM {
   uint8_t reserved[32];
   uint16_t wHasVideo;
@@ -215,7 +220,7 @@ typedef struct NETSDK_STREAM_PARAM {
   uint8_t reserved2[512];
 } NETSDK_STREAM_PARAM;
 
-/* Device information argument of QXNet_Loc_LoginDev. The library never reads or fills
+/** Device information argument of QXNet_Loc_LoginDev. The library never reads or fills
  * it: the record comes back exactly as the caller passed it. */
 typedef struct IP_NET_DVR_DEVICEINFO {
   uint8_t sSerialNumber[48];
@@ -234,108 +239,135 @@ typedef struct IP_NET_DVR_DEVICEINFO {
  * Callback types.
  * ------------------------------------------------------------------------------------- */
 
-/* Discovery: code QXNET_SEARCH_*, index = slot in the device table. */
+/** Discovery: code QXNET_SEARCH_*, index = slot in the device table. Called on the
+ * discovery thread; `entry` is valid during the call only. The result is ignored. */
 typedef long (*fSearchDevStatusCallBack)(long code, long index, __NetSDK_IPC_ENTRYV2* entry,
                                          void* user);
-/* Status events: loginId, event code QXNET_EV_*, event text (or ALARM_ITEM* for 24). */
+/** Status events: loginId, event code QXNET_EV_*, event text (or ALARM_ITEM* for 24).
+ * Called on the worker thread of the session the event belongs to (one thread per
+ * session), once per registered callback in ascending order of user pointer; `data` is
+ * valid during the call only. The result is ignored. */
 typedef long (*fStatusEventCallBack)(long loginId, long code, char* data, void* user);
-/* Auxiliary responses: loginId, command code (with the channel folded into the top byte
- * when the answer names one), the answer body text. */
+/** Auxiliary responses: loginId, command code (with the channel folded into the top byte
+ * when the answer names one), the answer body text. Called on the session's worker
+ * thread; `data` is valid during the call only. The result is ignored. */
 typedef long (*fAuxResponseCallBack)(long loginId, long code, char* data, void* user);
-/* Replayed media: loginId, type (a frame's stream type, or QXNET_REPLAY_PARAM_*), data. */
+/** Replayed media: loginId, type (a frame's stream type, or QXNET_REPLAY_PARAM_*), data. */
 typedef long (*fReplayDataCallBack)(long loginId, unsigned long type, unsigned char* buffer,
                                     unsigned long length, FRAME_EXTDATA* ext);
-/* Play action events (no export registers it). */
+/** Play action events (no export registers it). */
 typedef long (*fPlayActionEventCallBack)(long loginId, long action, long param, char* text,
                                          void* user);
-/* Log lines: level 0..31 and the finished line. */
+/** Log lines: level 0..31 and the finished line, called on the thread that logs (any
+ * library or application thread); `line` is valid during the call only. */
 typedef void (*fLogCallBack)(unsigned int level, const char* line);
-/* Stored by QXNet_SetSDKLogCallBack; the library never calls it. */
+/** Stored by QXNet_SetSDKLogCallBack; the library never calls it. */
 typedef void (*fSDKLogCallBack)(const char* line);
 
 /* ---------------------------------------------------------------------------------------
  * Lifecycle and settings. These work in any state (no -201).
  * ------------------------------------------------------------------------------------- */
 
-/* Starts the library (after an implicit QXNet_Free: a repeated init replaces everything,
+/** Starts the library (after an implicit QXNet_Free: a repeated init replaces everything,
  * logging out every device). Always 0. */
 QXNET_API long QXNet_init(void);
-/* As QXNet_init, choosing a net type first; does nothing (returns 0) when already
+/** As QXNet_init, choosing a net type first; does nothing (returns 0) when already
  * initialised. */
 QXNET_API long QXNet_initEx(int nNetType);
-/* Logs out every device, forgets every callback registration, stops the log writer.
+/** Logs out every device, forgets every callback registration, stops the log writer.
  * Always 0; safe to call when not initialised. */
 QXNET_API long QXNet_Free(void);
-/* "SDK_PC_V2.8.5_20171109_001"; static storage, works before init. */
+/** "SDK_PC_V2.8.5_20171109_001"; static storage, works before init. */
 QXNET_API const char* QXNet_GetSdkVersion(void);
-/* Stores the pointer; nothing calls it (kept for compatibility). */
+/** Stores the pointer; nothing calls it (kept for compatibility). */
 QXNET_API void QXNet_SetSDKLogCallBack(fSDKLogCallBack callback);
-/* Log sink and level: the first callback registered stays for the process's life; each
+/** Log sink and level: the first callback registered stays for the process's life; each
  * call sets the level mask to levels 0..level (a negative level turns logging off).
  * Always 0. */
 QXNET_API long QXNet_SetfcLogCallBackEx(fLogCallBack callback, int level);
-/* Auto-reconnect switch (default 1): with 0, a session whose connect fails stops trying.
+/** Auto-reconnect switch (default 1): with 0, a session whose connect fails stops trying.
  * Always 0. */
 QXNET_API long QXNet_SetAutoReconnect(int enable);
 
 /* ---------------------------------------------------------------------------------------
  * Discovery (UDP broadcast on the LAN). See the README for what this build provides.
  * ------------------------------------------------------------------------------------- */
+/** Registers (or, with a null callback, removes) the discovery callback of `user`.
+ * The callback runs on the discovery thread; the entry pointer is valid during the call
+ * only. Always 0 once initialised. */
 QXNET_API long QXNet_SetSearchDevStatusCallBack(fSearchDevStatusCallBack callback, void* user);
+/** Same as QXNet_SetSearchDevStatusCallBack. */
 QXNET_API long QXNet_Loc_SetSearchStatusCallBack(fSearchDevStatusCallBack callback, void* user);
+/** Starts discovery on the LAN (UDP broadcast); found devices are reported through the
+ * discovery callback. 0, or a negative code. */
 QXNET_API long QXNet_StartSearchDev(void);
+/** Same as QXNet_StartSearchDev. */
 QXNET_API long QXNet_Loc_StartSearchIPC(void);
+/** Stops discovery; the table of found devices is kept. 0, or a negative code. */
 QXNET_API long QXNet_StopSearchDev(void);
+/** Same as QXNet_StopSearchDev. */
 QXNET_API long QXNet_Loc_StopSearchIPC(void);
-/* Number of devices found so far. */
+/** Number of devices found so far. */
 QXNET_API long QXNet_GetSearchIPCCount(void);
+/** Same as QXNet_GetSearchIPCCount. */
 QXNET_API long QXNet_Loc_GetSearchIPCCount(void);
-/* Proposes a free address on the host's subnet as dotted text into buf (len >= 33). */
+/** Proposes a free address on the host's subnet as dotted text into buf (len >= 33). */
 QXNET_API long QXNet_GetOneIPAddress(char* buf, int len);
+/** Same as QXNet_GetOneIPAddress. */
 QXNET_API long QXNet_Loc_GetOneIPAddress(char* buf, int len);
-/* Copies the first QXNET_IPC_ENTRY_V1_SIZE bytes of a found device's record. */
+/** Copies the first QXNET_IPC_ENTRY_V1_SIZE bytes of a found device's record. */
 QXNET_API long QXNet_GetIPCInfo(long index, __NetSDK_IPC_ENTRYV2* entry);
-/* Copies a found device's whole record. */
+/** Copies a found device's whole record. */
 QXNET_API long QXNet_Loc_GetIPCInfo(long index, __NetSDK_IPC_ENTRYV2* entry);
-/* Sends new network settings to a found device (first-generation record: its first
+/** Sends new network settings to a found device (first-generation record: its first
  * QXNET_IPC_ENTRY_V1_SIZE bytes are read, the rest is taken as zero). Answer: search
  * callback code 3. */
 QXNET_API long QXNet_ModifyIPC(long index, __NetSDK_IPC_ENTRYV2* entry);
+/** As QXNet_ModifyIPC with the whole record read from `entry`. */
 QXNET_API long QXNet_Loc_ModifyIPC(long index, __NetSDK_IPC_ENTRYV2* entry);
-/* Asks a found device to restore itself. Answer: search callback code 4. */
+/** Asks a found device to restore itself. Answer: search callback code 4. */
 QXNET_API long QXNet_RestoreIPC(long index, __NetSDK_IPC_ENTRYV2* entry);
+/** As QXNet_RestoreIPC with the whole record read from `entry`. */
 QXNET_API long QXNet_Loc_RestoreIPC(long index, __NetSDK_IPC_ENTRYV2* entry);
-/* A found device's record as XML; buf null returns the size needed. */
+/** A found device's record as XML; buf null returns the size needed. */
 QXNET_API long QXNet_Loc_GetIPCInfoXML(long index, char* buf, int len);
-/* Sends network settings given as XML to a found device. */
+/** Sends network settings given as XML to a found device. */
 QXNET_API long QXNet_Loc_ModifyIPCXML(long index, const char* xml);
-/* Host network facts: 0 address, 1 netmask, 2 gateway, 3 and 4 DNS servers. */
+/** Host network facts: 0 address, 1 netmask, 2 gateway, 3 and 4 DNS servers. */
 QXNET_API long QXNet_Loc_GetNetworkParam(long index, char* buf, int len);
 
 /* ---------------------------------------------------------------------------------------
  * Sessions.
  * ------------------------------------------------------------------------------------- */
 
-/* Logs in to a device (address or host name up to 31 characters, TCP port 1..65534).
- * Returns the login identifier (nonzero), or 0 for a bad address or port, or a negative
- * code. With flag != 0 the session is only registered, without any connection attempt.
- * The outcome of the connection arrives as status events 5/6 (or 0, 2, 3). */
+/** Logs in to a device.
+ * @param ip       device address or host name, up to 31 characters (copied)
+ * @param port     TCP port, 1..65534
+ * @param user     account name (copied)
+ * @param password password (copied; never written to the log)
+ * @param flag     0: connect and log in; nonzero: only register the session, no connection
+ * @return the login identifier (nonzero) that every device request names; 0 for a bad
+ *         address or port; the session's negative code when the login failed at once.
+ * The outcome arrives as status events 5 and 6 (or 0, 2, 3) on the session's thread,
+ * possibly before this call returns. */
 QXNET_API long QXNet_LoginDev(char* ip, unsigned long port, char* user, char* password,
                               int flag);
-/* As QXNet_LoginDev with flag 0; info is passed through untouched. */
+/** As QXNet_LoginDev with flag 0; info is passed through untouched. */
 QXNET_API long QXNet_Loc_LoginDev(char* ip, unsigned long port, char* user, char* password,
                                   IP_NET_DVR_DEVICEINFO* info);
-/* Stops the session's worker and closes its connection; 0, or -103 for an unknown id.
+/** Stops the session's worker and closes its connection; 0, or -103 for an unknown id.
  * Called from a callback of the same session it would wait for itself: refused with
  * QXNET_E_BAD_ARG (log out from another thread). QXNet_Free must not be called from a
  * callback at all. */
 QXNET_API long QXNet_LogOutDev(long loginId);
+/** Same as QXNet_LogOutDev. */
 QXNET_API long QXNet_Loc_LogoutDev(long loginId);
-/* Registers (or, with a null callback, removes) the status event callback of `user`
+/** Registers (or, with a null callback, removes) the status event callback of `user`
  * (one callback per distinct non-null user pointer; -96 for a null user). */
 QXNET_API long QXNet_SetStatusEventCallBack(fStatusEventCallBack callback, void* user);
+/** Same as QXNet_SetStatusEventCallBack. */
 QXNET_API long QXNet_Loc_SetStatusEventCallBack(fStatusEventCallBack callback, void* user);
-/* Registers (or removes) the auxiliary response callback of `user` (-96 for null user). */
+/** Registers (or removes) the auxiliary response callback of `user` (-96 for null user). */
 QXNET_API long QXNet_SetAuxResponseCallBack(fAuxResponseCallBack callback, void* user);
 
 /* ---------------------------------------------------------------------------------------
@@ -343,72 +375,78 @@ QXNET_API long QXNet_SetAuxResponseCallBack(fAuxResponseCallBack callback, void*
  * answer arrives through the auxiliary response callback (code = command, data = body).
  * ------------------------------------------------------------------------------------- */
 
-/* Configuration request `command` with an empty body. */
+/** Configuration request `command` with an empty body. */
 QXNET_API long QXNet_GetDevConfig(long loginId, unsigned long command);
-/* Configuration request `command` whose body is the text in outBuffer (the answer is
+/** Configuration request `command` whose body is the text in outBuffer (the answer is
  * not written there: it arrives through the auxiliary response callback). */
 QXNET_API long QXNet_Loc_GetDVRConfig(long loginId, unsigned long command, long channel,
                                       void* outBuffer, unsigned long outSize,
                                       unsigned long* bytesReturned);
-/* Configuration request `command` with the body text inBuffer. */
+/** Configuration request `command` with the body text inBuffer. */
 QXNET_API long QXNet_SetDevConfig(long loginId, unsigned long command, void* inBuffer);
+/** Configuration write `command` on `channel` with the body text inBuffer (inSize is
+ * not used: the text ends at its NUL). 0 once queued, -103 unknown session. */
 QXNET_API long QXNet_Loc_SetDVRConfig(long loginId, unsigned long command, long channel,
                                       void* inBuffer, unsigned long inSize);
-/* System command (reboot 14008, restore 14011, capability text 14020, serial 14035...). */
+/** System command (reboot 14008, restore 14011, capability text 14020, serial 14035...). */
 QXNET_API long QXNet_SystemControl(long loginId, unsigned long command, char* param);
+/** System command with a sub-command; 0 once queued, -103 unknown session. */
 QXNET_API long QXNet_Loc_SystemControl(long loginId, unsigned long command,
                                        unsigned long subCommand, char* param);
-/* Any request: message type text, command, result number, body text. */
+/** Any request: message type text, command, result number, body text. */
 QXNET_API long QXNet_Loc_WriteAUXStringEx(long loginId, char* type, unsigned long command,
                                           unsigned long result, char* body);
-/* Asks for the application's data stored on the device (answer: command 14034). */
+/** Asks for the application's data stored on the device (answer: command 14034). */
 QXNET_API long QXNet_Loc_GetUserData(long loginId, char* buffer, int* length);
-/* Stores `length` bytes on the device. Writes a zero byte at data[length]: the buffer
+/** Stores `length` bytes on the device. Writes a zero byte at data[length]: the buffer
  * must hold length + 1 bytes. */
 QXNET_API long QXNet_Loc_SetUserData(long loginId, char* data, int length);
-/* Restores the device's factory configuration (command 14011). */
+/** Restores the device's factory configuration (command 14011). */
 QXNET_API long QXNet_Loc_RestoreConfig(long loginId);
-/* Reboots the device (command 14008). */
+/** Reboots the device (command 14008). */
 QXNET_API long QXNet_Loc_RebootDVR(long loginId);
 
 /* ---------------------------------------------------------------------------------------
  * Firmware upgrade and configuration files. Progress and outcome arrive as status events
  * (15/16/58 firmware, 81/82/83 configuration upload, 80 configuration download).
  * ------------------------------------------------------------------------------------- */
-/* Uploads a firmware file (must be readable and writable); -93 file, -92 busy. */
+/** Uploads a firmware file (must be readable and writable); -93 file, -92 busy. */
 QXNET_API long QXNet_Loc_Upgrade(long loginId, const char* path);
-/* As QXNet_Loc_Upgrade with a wide path (read access suffices). */
+/** As QXNet_Loc_Upgrade with a wide path (read access suffices). */
 QXNET_API long QXNet_Loc_UpgradeEx(long loginId, const wchar_t* path);
-/* Percent sent of the running upload (0 when none runs). */
+/** Percent sent of the running upload (0 when none runs). */
 QXNET_API long QXNet_Loc_GetUpgradeProgress(long loginId);
-/* 0 while an upload runs, -1 when the session is idle. */
+/** 0 while an upload runs, -1 when the session is idle. */
 QXNET_API long QXNet_Loc_GetUpgradeState(long loginId);
-/* Cancels the running upload. */
+/** Cancels the running upload. */
 QXNET_API long QXNet_Loc_CloseUpgradeHandle(long loginId);
-/* Fetches the device's configuration file into the local file `path`. */
+/** Fetches the device's configuration file into the local file `path`. */
 QXNET_API long QXNet_Loc_GetConfigFile(long loginId, const char* path);
-/* Sends the local file `path` to the device as its configuration file. */
+/** Sends the local file `path` to the device as its configuration file. */
 QXNET_API long QXNet_Loc_SetConfigFile(long loginId, const char* path);
 
 /* ---------------------------------------------------------------------------------------
  * Recorder search, replay and download.
  * ------------------------------------------------------------------------------------- */
-/* Searches a channel's recordings of a day (time text "YYYYMMDDhhmmss"); the record list
+/** Searches a channel's recordings of a day (time text "YYYYMMDDhhmmss"); the record list
  * arrives through the auxiliary response callback (command 14300). */
 QXNET_API long QXNet_SearchNVRRecByTime(long loginId, long channel, char* timeText);
+/** Same as QXNet_SearchNVRRecByTime. */
 QXNET_API long QXNet_Loc_SearchNVRRecByTime(long loginId, long channel, char* timeText);
-/* Downloads the span start..end of a channel into the MP4 file `path`. */
+/** Downloads the span start..end of a channel into the MP4 file `path`. */
 QXNET_API long QXNet_NVRRecordDownload(long loginId, long channel, char* start, char* end,
                                        char* path);
+/** Same as QXNet_NVRRecordDownload. */
 QXNET_API long QXNet_Loc_NVRRecordDownload(long loginId, long channel, char* start,
                                            char* end, char* path);
+/** Stops the running download of a channel; progress events stop with event 54. */
 QXNET_API long QXNet_Loc_NVRRecordDownloadStop(long loginId, long channel);
-/* Replays a channel from a time; frames arrive through the replay data callback. */
+/** Replays a channel from a time; frames arrive through the replay data callback. */
 QXNET_API long QXNet_Loc_NVRReplayByTime(long loginId, long channel, char* timeText);
-/* Steers a replay: action 1..7 (3 stops, 6 seeks to timeText), speed. */
+/** Steers a replay: action 1..7 (3 stops, 6 seeks to timeText), speed. */
 QXNET_API long QXNet_Loc_ControlNVRReplay(long loginId, long channel, long action, long speed,
                                           char* timeText);
-/* Registers (or, with a null callback, removes) the replay data callback of `user`. */
+/** Registers (or, with a null callback, removes) the replay data callback of `user`. */
 QXNET_API long QXNet_Loc_SetReplayDataCallBack(fReplayDataCallBack callback, void* user);
 
 #ifdef __cplusplus

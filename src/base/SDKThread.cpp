@@ -36,6 +36,35 @@ int _SDK_ThreadSpawn(void (*entry)(void*), unsigned int stackSize, void* arg) {
   return 0;
 }
 
+int SDKThreadStart(void (*entry)(void*), unsigned int stackSize, void* arg, SDKThreadHandle* out) {
+  if (!entry || !out) return -1;
+  out->valid = false;
+  pthread_attr_t attr;
+  pthread_attr_init(&attr);
+  if (stackSize >= PTHREAD_STACK_MIN) pthread_attr_setstacksize(&attr, stackSize);
+  SpawnArgs* a = new SpawnArgs{entry, arg};
+  pthread_t t;
+  int rc = pthread_create(&t, &attr, SpawnTrampoline, a);
+  pthread_attr_destroy(&attr);
+  if (rc != 0) {
+    delete a;
+    return -1;
+  }
+  out->id = static_cast<unsigned long>(t);
+  out->valid = true;
+  return 0;
+}
+
+void SDKThreadJoin(SDKThreadHandle* h) {
+  if (!h || !h->valid) return;
+  pthread_join(static_cast<pthread_t>(h->id), nullptr);
+  h->valid = false;
+}
+
+bool SDKThreadIsCurrent(const SDKThreadHandle& h) {
+  return h.valid && pthread_equal(static_cast<pthread_t>(h.id), pthread_self());
+}
+
 int _SDK_Sleep(unsigned int ms) {
   struct timespec ts;
   ts.tv_sec = ms / 1000;

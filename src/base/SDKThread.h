@@ -6,6 +6,18 @@
 
 // Starts a detached thread running entry(arg); 0, or -1 when it cannot be created.
 int _SDK_ThreadSpawn(void (*entry)(void*), unsigned int stackSize, void* arg);
+// A joinable worker for owners that must see their thread end before they go on (stop
+// returns only once the worker has left the object).
+struct SDKThreadHandle {
+  unsigned long id;
+  bool valid;
+};
+// Starts entry(arg) on a joinable thread; 0, or -1 (handle left invalid).
+int SDKThreadStart(void (*entry)(void*), unsigned int stackSize, void* arg, SDKThreadHandle* out);
+// Waits for the thread to end and invalidates the handle; nothing for an invalid handle.
+void SDKThreadJoin(SDKThreadHandle* h);
+// True when called on the thread the handle names.
+bool SDKThreadIsCurrent(const SDKThreadHandle& h);
 // Sleeps `ms` milliseconds; 0.
 int _SDK_Sleep(unsigned int ms);
 // Milliseconds of the monotonic clock, truncated to 32 bits: compare with unsigned

@@ -51,6 +51,9 @@ class Mp4Writer {
   const std::string& currentPath() const;
 
  private:
+  // An audio codec change ends the part at the next key frame; the new codec starts the next part.
+  void beginAudioPart();
+
   struct Impl;
   std::unique_ptr<Impl> impl_;
 };

@@ -382,12 +382,12 @@ long CNetSDKFunc::SDK_ModifyIPCXML(long index, const char* xml) {
 
 long CNetSDKFunc::SDK_GetOneIPAddress(char* buf, int len) {
   fLog(0, "[SDK_GetOneIPAddress] Get one ipc address \n");
-  return m_search.GetOneIPAddress(buf, len);
+  return m_hostFacts.GetOneIPAddress(m_search, buf, len);
 }
 
 long CNetSDKFunc::SDK_GetNetworkParam(long index, char* buf, int len) {
   fLog(0, "[SDK_GetNetworkParam] Get network param \n");
-  return m_search.GetNetworkParam(index, buf, len);
+  return m_hostFacts.GetNetworkParam(index, buf, len);
 }
 
 long CNetSDKFunc::SDK_RestoreIPC(long index, __NetSDK_IPC_ENTRYV2* entry) {

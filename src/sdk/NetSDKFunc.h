@@ -12,6 +12,7 @@
 
 #include "QXNetSDK.h"
 #include "base/ThreadClass.h"
+#include "sdk/SearchHostFacts.h"
 #include "search/SearchIPC.h"
 #include "session/SessionSink.h"
 
@@ -119,6 +120,7 @@ class CNetSDKFunc : public CThreadClass, public ISessionSink {
   std::map<long, DevComPtr> m_spareDevices;
   int m_nSpare1;
   CSearchIPC m_search;
+  CSearchHostFacts m_hostFacts;
   int m_nSocketStarted;
   // Written by every successful logout, and logouts come from any application thread.
   std::atomic<int> m_nLastLogout;

@@ -12,6 +12,7 @@
 #include "sdk/IpcEntryCopy.h"
 #include "sdk/NetSDKFunc.h"
 #include "sdk/QXNetSDKInternal.h"
+#include "sdk/SdkVersion.h"
 
 CLocker g_lock;
 CNetSDKFunc* g_pInstance = nullptr;
@@ -53,7 +54,7 @@ static void CopyDomain(const char* name) {
   g_szSvrDomian[sizeof(g_szSvrDomian) - 1] = 0;
 }
 
-static const char kVersion[] = "SDK_PC_V2.8.5_20171109_001";
+static const char kVersion[] = QXNET_SDK_VERSION_TEXT;
 
 #define QXNET_CORE_OR_201 \
   CNetSDKFunc* core = g_pInstance; \
@@ -198,18 +199,17 @@ QXNET_API long QXNet_Loc_GetIPCInfo(long index, __NetSDK_IPC_ENTRYV2* entry) {
 }
 
 // The caller's first-generation record is read before the initialisation test: a
-// whole record is built from its 4232 bytes, the rest zero.
+// whole record is built from its 4232 bytes, the rest zero. A null record reaches the
+// core as null, which refuses it with its own log line.
 QXNET_API long QXNet_ModifyIPC(long index, __NetSDK_IPC_ENTRYV2* entry) {
   __NetSDK_IPC_ENTRYV2 full;
   WidenIpcEntryFromV1(entry, &full);
   QXNET_CORE_OR_201
-  if (!entry) return QXNET_E_BAD_INDEX;
-  return core->SDK_ModifyIPC(index, &full);
+  return core->SDK_ModifyIPC(index, entry ? &full : nullptr);
 }
 
 QXNET_API long QXNet_Loc_ModifyIPC(long index, __NetSDK_IPC_ENTRYV2* entry) {
   QXNET_CORE_OR_201
-  if (!entry) return QXNET_E_BAD_INDEX;
   return core->SDK_ModifyIPC(index, entry);
 }
 
@@ -217,13 +217,11 @@ QXNET_API long QXNet_RestoreIPC(long index, __NetSDK_IPC_ENTRYV2* entry) {
   __NetSDK_IPC_ENTRYV2 full;
   WidenIpcEntryFromV1(entry, &full);
   QXNET_CORE_OR_201
-  if (!entry) return QXNET_E_BAD_INDEX;
-  return core->SDK_RestoreIPC(index, &full);
+  return core->SDK_RestoreIPC(index, entry ? &full : nullptr);
 }
 
 QXNET_API long QXNet_Loc_RestoreIPC(long index, __NetSDK_IPC_ENTRYV2* entry) {
   QXNET_CORE_OR_201
-  if (!entry) return QXNET_E_BAD_INDEX;
   return core->SDK_RestoreIPC(index, entry);
 }
 

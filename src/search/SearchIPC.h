@@ -1,13 +1,28 @@
-// LAN discovery and device network setup. This build keeps the discovery object's
-// callback registration; searching, the device table and network setup are not in this
-// build yet: those operations return QXNET_E_NOT_AVAILABLE (the README lists them).
+// LAN discovery and device network setup: the UDP socket, the search loop on its worker
+// thread, the found-device table (SearchTable), and the modify and restore requests
+// (SearchModify).
+//
+// The worker is joinable: StopSearch wakes it through a wake signal and returns once it has
+// left, so no thread touches the object after stop or destruction. Starting while a worker
+// runs first stops that worker (two workers on one socket and one table would race).
 #ifndef QXNET_SEARCH_SEARCHIPC_H
 #define QXNET_SEARCH_SEARCHIPC_H
 
+#include <atomic>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+
 #include "QXNetSDK.h"
+#include "base/SDKThread.h"
+#include "base/WakeEvent.h"
+#include "search/SearchAssigned.h"
+#include "search/SearchTable.h"
 
 class CSearchIPC {
  public:
+  enum { kHostAddrs = 5, kWorkerStack = 262144 };
   CSearchIPC();
   ~CSearchIPC();
 
@@ -17,20 +32,65 @@ class CSearchIPC {
   int GetIPCCount();
   int GetIPCInfo(long index, __NetSDK_IPC_ENTRYV2* out);
   int GetIPCInfoXML(long index, char* buf, int size);
+  int ClearIPCInfo();
   int ModifyIPC(long index, __NetSDK_IPC_ENTRYV2* entry);
   int ModifyIPCXML(long index, const char* xml);
   int RestoreIPC(long index, __NetSDK_IPC_ENTRYV2* entry);
   int GetOneIPAddress(char* strResult, int nSize);
   int GetNetworkParam(long index, char* strResult, int size);
 
-  fSearchDevStatusCallBack Callback() const { return m_fCallBack; }
-  void* CallbackUser() const { return m_pUser; }
+  // Formats one request; sends it at once on a one-shot socket when no worker runs
+  // (the send's result), else queues it for the worker (0).
+  int SendMsgToIPC(int cmd, const char* body);
+  // Reads and handles one datagram from the socket: -1 when there is no socket or the
+  // receive failed (the socket is then closed), else 0.
+  int ReceiveData();
+  // Classifies one received text and hands it to the table; what ReceiveData does after
+  // the receive. `text` must be NUL-terminated at text[len].
+  int HandleDatagram(const char* text, int len);
+
+  fSearchDevStatusCallBack Callback() const { return m_table.Callback(); }
+  void* CallbackUser() const { return m_table.CallbackUser(); }
+  CSearchTable& Table() { return m_table; }
+  CAssignedAddrs& Assigned() { return m_assigned; }
+  bool IsRunning() const { return m_bRunning; }
+  int BindPort() const { return m_nBindPort; }
+  int WorkersAlive() const { return m_nWorkers; }
+  size_t QueuedRequests();
+  // A copy of host address `index` (0 address, 1 mask, 2 gateway, 3 and 4 DNS).
+  std::string HostAddr(int index);
 
  private:
   CSearchIPC(const CSearchIPC&) = delete;
   CSearchIPC& operator=(const CSearchIPC&) = delete;
-  fSearchDevStatusCallBack m_fCallBack;
-  void* m_pUser;
+
+  static void ThreadFunc(void* arg);
+  int ThreadProc();
+  void RefreshHostAddrs();
+  int Connect();
+  void CloseSocktFd();
+  int SendData(const char* data, unsigned len);
+  static int SendOneShot(const char* data, unsigned len);
+  void DrainQueue();
+  void StopWorker();
+  int Select(int timeoutMs);
+
+  CSearchTable m_table;
+  std::atomic<int> m_iSock;
+  std::atomic<int> m_nBindPort;
+  uint32_t m_peerAddr;  // sender of the last datagram
+  uint16_t m_peerPort;
+  std::mutex m_queueLock;
+  std::deque<std::string> m_queue;
+  std::mutex m_hostLock;
+  char m_szHostAddrs[kHostAddrs][32];
+  CAssignedAddrs m_assigned;
+  std::atomic<bool> m_bRunning;
+  std::atomic<int> m_nWorkers;
+  CWakeEvent m_wake;
+  std::mutex m_lifeLock;  // serialises start, stop and destruction
+  SDKThreadHandle m_worker;
+  std::unique_ptr<char[]> m_pRecvBuf;
 };
 
 #endif

@@ -8,6 +8,7 @@
 //   DevComUpload.cpp    firmware and configuration-file upload
 //   DevComDownload.cpp  configuration-file download and the port-answer machinery
 //   DevComRecord.cpp    recorder search, replay and download control
+//   DevComMedia.cpp     recorder answers and media packs (the pure work is in media/)
 #ifndef QXNET_SESSION_DEVCOMCONTROL_H
 #define QXNET_SESSION_DEVCOMCONTROL_H
 
@@ -19,11 +20,14 @@
 #include <cstdio>
 #include <cwchar>
 #include <list>
+#include <memory>
 #include <mutex>
 #include <string>
 
 #include "QXNetSDK.h"
 #include "base/WakeEvent.h"
+#include "media/DownloadWriter.h"
+#include "media/ReplayAssembler.h"
 #include "session/SessionIo.h"
 #include "session/SessionSink.h"
 #include "session/Transfers.h"
@@ -53,8 +57,11 @@ enum {
   QXNET_UPLOAD_CHUNK = 0x28000,
 };
 
-class CDevComControl {
+class CDevComControl : private media::IDownloadHost {
  public:
+  // Makes the file writer of a recorder download.
+  using WriterFactory = std::unique_ptr<media::IDownloadWriter> (*)();
+
   // `sink` receives the session's events; `autoReconnect` (may be null: on) is read each
   // time a connect fails.
   CDevComControl(ISessionSink* sink, const std::atomic<int>* autoReconnect);
@@ -158,6 +165,20 @@ class CDevComControl {
   int ControlNVRReplay(unsigned int channel, unsigned int action, unsigned int speed, const char* time);
   int NVRRecordDownload(long channel, const char* start, const char* end, const char* path);
   int NVRRecordDownloadStop(long channel);
+  // The older file-replay control (PRIVATE_PROTO dialect).
+  int ControlReplay(unsigned int action, unsigned int param);
+
+  // ---- recorder answers and media (DevComMedia.cpp)
+  int OnRecvMediaData(const unsigned char* pack, size_t length);
+  int OnRecvNVRDownloadMediaData(const unsigned char* pack, size_t length);
+  void OnNVRReplayControlMsgRsp(const char* cmd, const char* result);
+  void OnReplayControlMsgRsp(const char* result);
+  // Replaces the writer factory (tests; null: the MP4 writer).
+  void SetWriterFactoryForTest(WriterFactory f) { m_writerFactory = f ? f : DefaultWriterFactory(); }
+  static WriterFactory DefaultWriterFactory();
+  int ReplayMode() const { return m_nReplayMode.load(); }
+  int CurChannel() const { return m_nCurChannel.load(); }
+  const media::DownloadSpan& DownloadState() { return m_nvrDownload.Span(); }
 
   // ---- read-only views for the owner and tests
   const char* DevAddr() const { return m_szDevAddr; }
@@ -227,6 +248,24 @@ class CDevComControl {
   void OnDownloadDataAnswer();
   void OnDownloadPortAnswer(const char* flag, const char* body);
 
+  // ---- recorder (DevComRecord.cpp, DevComMedia.cpp)
+  // The download's stop procedure: clears the span, sends cmd 14302, replay mode 0.
+  int RunStopProcedure(long channel);
+  // The routes of type "90000" messages.
+  void OnMediaMessage(const char* cmd, const char* result, const char* msg);
+  // The media block behind the text of the message now in the receive buffer (null when
+  // there is none or its length runs past the frame).
+  const unsigned char* MediaBlock(const char* msg, size_t* length);
+  // True when a type "10000" answer belongs to the download path.
+  bool IsDownloadAnswer(const char* cmd) const;
+  void OnDownloadAnswer(long code, long flag);
+  void OnDownloadParams(const char* video, const char* audio);
+  void DeliverRecord(unsigned long type, NETSDK_STREAM_PARAM* rec);
+  void RunDownloadStop() override;
+  void PostDownloadAux(unsigned int code, int flag, const char* text) override;
+  void PostDownloadStatus(int event, char* text) override;
+  std::unique_ptr<media::IDownloadWriter> NewDownloadWriter() override;
+
   // Device address first, as in the object layout: "Dev" of every log line.
   char m_szDevAddr[32];
   char m_szUser[32];
@@ -285,9 +324,13 @@ class CDevComControl {
   PortDownload m_portDownload;
   const char* m_pCurMsg;
 
-  // Recorder state.
-  int32_t m_nCurChannel;
-  int32_t m_nReplayMode;
+  // Recorder state: written by requests, read by the worker.
+  std::atomic<int32_t> m_nCurChannel;
+  std::atomic<int32_t> m_nReplayMode;  // 0 replay, 1 download
+  char m_szReplayFile[256];             // for ControlReplay; nothing sets it
+  media::CReplayAssembler m_replay;
+  NvrDownload m_nvrDownload;
+  WriterFactory m_writerFactory;
 };
 
 #endif

@@ -79,10 +79,13 @@ void CDevComControl::ParserRecvData() {
   } else if (proto::IsType(type, proto::kTypeConfig) && proto::IsCmd(cmd, proto::kCmdAuth)) {
     fLog(3, "recv dev=%s USER_AUTH_MESSAGE 2 xml=%s \n", m_szDevAddr, msg);
     OnAuthMsgRsp(result);
+  } else if (proto::IsType(type, proto::kTypeConfig) && IsDownloadAnswer(cmd)) {
+    // The device answers download and stop requests as type "10000": while a download
+    // runs they belong to the download path (events 52, 53, 54 and the end flag -16).
+    fLog(0, "recv dev=%s SYSTEM_CONFIG_GET_MESSAGE xml=%s\n", m_szDevAddr, msg);
+    OnNVRReplayControlMsgRsp(cmd, result);
   } else if (proto::IsType(type, proto::kTypeMedia)) {
-    // Media packs and replay parameters belong to the recorder operations, which this
-    // build does not have yet: dropped.
-    fLog(3, "[ParserRecvData] dev=%s media message cmd=%s dropped \n", m_szDevAddr, cmd);
+    OnMediaMessage(cmd, result, msg);
   } else if (proto::IsType(type, proto::kTypeConfigAnswer) || proto::IsType(type, proto::kTypeConfig)) {
     fLog(0, "recv dev=%s SYSTEM_CONFIG_GET_MESSAGE xml=%s\n", m_szDevAddr, msg);
     body.Take(msg);

@@ -50,7 +50,13 @@ CDevComControl::CDevComControl(ISessionSink* sink, const std::atomic<int>* autoR
       m_nIdle(1),
       m_pCurMsg(nullptr),
       m_nCurChannel(0),
-      m_nReplayMode(0) {
+      m_nReplayMode(0),
+      m_replay([this](unsigned long type, unsigned char* data, unsigned long length, FRAME_EXTDATA* ext) {
+        if (m_pSink) m_pSink->OnFReplayMediaData(this, type, data, length, ext);
+      }),
+      m_nvrDownload(this),
+      m_writerFactory(DefaultWriterFactory()) {
+  std::memset(m_szReplayFile, 0, sizeof(m_szReplayFile));
   std::memset(m_szDevAddr, 0, sizeof(m_szDevAddr));
   std::memset(m_szUser, 0, sizeof(m_szUser));
   std::memset(m_szPassword, 0, sizeof(m_szPassword));

@@ -35,6 +35,16 @@ enum Command : int {
   kCmdSetUserData = 14033,
   kCmdGetUserData = 14034,
   kCmdStartSerial = 14035,
+  kCmdRecordSearch = 14300,     // by day or by month
+  kCmdRecordPlay = 14301,       // replay from a time, or download a span
+  kCmdRecordStop = 14302,       // ends a replay or a download
+  kCmdReplaySeek = 14304,
+  kCmdReplayAction4 = 14306,    // replay actions 4 and 5 carry the caller's speed
+  kCmdReplayAction5 = 14307,
+  kCmdReplayAction7 = 14308,
+  kCmdReplayAction2 = 14309,
+  kCmdReplayAction1 = 14310,
+  kCmdDownloadEnd = 14312,      // the library's own answer: the span ends before its first frame
   kCmdFirmwareAnnounce = 20001,
   kCmdFirmwareChunk = 20002,  // also the cancel of either upload
   kCmdConfigFileAnnounce = 20004,

@@ -10,6 +10,8 @@
 #include <cwchar>
 #include <string>
 
+#include "media/DownloadAssembler.h"
+
 class CFileRecver;
 
 // Firmware or configuration-file upload: announced, then (once the device accepts)
@@ -66,6 +68,18 @@ struct PortDownload {
   FILE* tempFile = nullptr;
   std::string tempFileName;
   std::string remoteFileName;
+};
+
+// Recorder download: the span asked for and its reassembly into the file (media/), plus
+// what only the session keeps.
+struct NvrDownload {
+  explicit NvrDownload(media::IDownloadHost* host) : assembler(host) {}
+  media::DownloadSpan& Span() { return assembler.Span(); }
+  media::CDownloadAssembler assembler;
+  // A stop was sent and its answer (cmd 14302) has not come yet. The stop sets the replay
+  // mode back to 0 before the answer arrives; this keeps the answer on the download path,
+  // where it closes the file and reports event 54.
+  std::atomic<bool> stopAnswerDue{false};
 };
 
 #endif

@@ -9,4 +9,5 @@ list(APPEND QXNET_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/DevComRequests.cpp
   ${CMAKE_CURRENT_LIST_DIR}/DevComUpload.cpp
   ${CMAKE_CURRENT_LIST_DIR}/DevComDownload.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/DevComRecord.cpp)
+  ${CMAKE_CURRENT_LIST_DIR}/DevComRecord.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/DevComMedia.cpp)

@@ -18,14 +18,17 @@
 #include "sdk/QXNetSDKInternal.h"
 #include "sdk_export_names.h"
 #include "sdk_log_capture.h"
+#include "search/search_loopback.h"
 
 namespace {
 
 char* C(const char* s) { return const_cast<char*>(s); }
 
-// Discovery is not built yet: its operations answer QXNET_E_NOT_AVAILABLE. This is the
-// one place to change when the device table lands.
-constexpr long kSearchResult = QXNET_E_NOT_AVAILABLE;
+// Searches started here stay on the loopback interface.
+const bool kLoopback = searchtest::InstallLoopbackSearchNetwork();
+
+// The host facts and the free-address probe are not in this build yet.
+constexpr long kHostFactsResult = QXNET_E_NOT_AVAILABLE;
 
 // Identifiers that name no session.
 const long kBadIds[] = {0, -1, 1, LONG_MIN, LONG_MAX, 0x7FFFFFFF, static_cast<long>(0xDEADBEEF)};
@@ -58,40 +61,40 @@ std::vector<Probe> ForwardingProbes(const std::string& missingFile, const std::s
   p.push_back({"QXNet_SetSearchDevStatusCallBack", [] { return QXNet_SetSearchDevStatusCallBack(nullptr, nullptr); }, 0});
   p.push_back({"QXNet_SetSearchDevStatusCallBack", [] { return QXNet_SetSearchDevStatusCallBack(&SearchCb, nullptr); }, 0});
   p.push_back({"QXNet_Loc_SetSearchStatusCallBack", [] { return QXNet_Loc_SetSearchStatusCallBack(nullptr, nullptr); }, 0});
-  p.push_back({"QXNet_StartSearchDev", [] { return QXNet_StartSearchDev(); }, kSearchResult});
-  p.push_back({"QXNet_Loc_StartSearchIPC", [] { return QXNet_Loc_StartSearchIPC(); }, kSearchResult});
-  p.push_back({"QXNet_StopSearchDev", [] { return QXNet_StopSearchDev(); }, kSearchResult});
-  p.push_back({"QXNet_Loc_StopSearchIPC", [] { return QXNet_Loc_StopSearchIPC(); }, kSearchResult});
-  p.push_back({"QXNet_GetSearchIPCCount", [] { return QXNet_GetSearchIPCCount(); }, kSearchResult});
-  p.push_back({"QXNet_Loc_GetSearchIPCCount", [] { return QXNet_Loc_GetSearchIPCCount(); }, kSearchResult});
+  p.push_back({"QXNet_StartSearchDev", [] { return QXNet_StartSearchDev(); }, 0});
+  p.push_back({"QXNet_Loc_StartSearchIPC", [] { return QXNet_Loc_StartSearchIPC(); }, 0});
+  p.push_back({"QXNet_StopSearchDev", [] { return QXNet_StopSearchDev(); }, 0});
+  p.push_back({"QXNet_Loc_StopSearchIPC", [] { return QXNet_Loc_StopSearchIPC(); }, 0});
+  p.push_back({"QXNet_GetSearchIPCCount", [] { return QXNet_GetSearchIPCCount(); }, 0});
+  p.push_back({"QXNet_Loc_GetSearchIPCCount", [] { return QXNet_Loc_GetSearchIPCCount(); }, 0});
   for (int len : {-1, 0, INT_MAX, INT_MIN}) {
-    p.push_back({"QXNet_GetOneIPAddress", [len] { return QXNet_GetOneIPAddress(nullptr, len); }, kSearchResult});
-    p.push_back({"QXNet_Loc_GetOneIPAddress", [len] { return QXNet_Loc_GetOneIPAddress(nullptr, len); }, kSearchResult});
+    p.push_back({"QXNet_GetOneIPAddress", [len] { return QXNet_GetOneIPAddress(nullptr, len); }, kHostFactsResult});
+    p.push_back({"QXNet_Loc_GetOneIPAddress", [len] { return QXNet_Loc_GetOneIPAddress(nullptr, len); }, kHostFactsResult});
   }
   for (long index : {-1L, 0L, LONG_MAX, LONG_MIN}) {
-    p.push_back({"QXNet_GetIPCInfo", [index] { return QXNet_GetIPCInfo(index, nullptr); }, kSearchResult});
-    p.push_back({"QXNet_Loc_GetIPCInfo", [index] { return QXNet_Loc_GetIPCInfo(index, nullptr); }, kSearchResult});
-    // A missing record is refused by the export layer itself.
+    p.push_back({"QXNet_GetIPCInfo", [index] { return QXNet_GetIPCInfo(index, nullptr); }, QXNET_E_BAD_INDEX});
+    p.push_back({"QXNet_Loc_GetIPCInfo", [index] { return QXNet_Loc_GetIPCInfo(index, nullptr); }, QXNET_E_BAD_INDEX});
+    // A missing record is refused by the core (with its log line).
     p.push_back({"QXNet_ModifyIPC", [index] { return QXNet_ModifyIPC(index, nullptr); }, QXNET_E_BAD_INDEX});
     p.push_back({"QXNet_Loc_ModifyIPC", [index] { return QXNet_Loc_ModifyIPC(index, nullptr); }, QXNET_E_BAD_INDEX});
     p.push_back({"QXNet_RestoreIPC", [index] { return QXNet_RestoreIPC(index, nullptr); }, QXNET_E_BAD_INDEX});
     p.push_back({"QXNet_Loc_RestoreIPC", [index] { return QXNet_Loc_RestoreIPC(index, nullptr); }, QXNET_E_BAD_INDEX});
-    p.push_back({"QXNet_Loc_GetIPCInfoXML", [index] { return QXNet_Loc_GetIPCInfoXML(index, nullptr, -1); }, kSearchResult});
-    p.push_back({"QXNet_Loc_GetIPCInfoXML", [index] { return QXNet_Loc_GetIPCInfoXML(index, empty, INT_MAX); }, kSearchResult});
-    p.push_back({"QXNet_Loc_ModifyIPCXML", [index] { return QXNet_Loc_ModifyIPCXML(index, nullptr); }, kSearchResult});
-    p.push_back({"QXNet_Loc_ModifyIPCXML", [index] { return QXNet_Loc_ModifyIPCXML(index, junk); }, kSearchResult});
-    p.push_back({"QXNet_Loc_GetNetworkParam", [index] { return QXNet_Loc_GetNetworkParam(index, nullptr, 0); }, kSearchResult});
+    p.push_back({"QXNet_Loc_GetIPCInfoXML", [index] { return QXNet_Loc_GetIPCInfoXML(index, nullptr, -1); }, QXNET_E_BAD_INDEX});
+    p.push_back({"QXNet_Loc_GetIPCInfoXML", [index] { return QXNet_Loc_GetIPCInfoXML(index, empty, INT_MAX); }, QXNET_E_BAD_INDEX});
+    p.push_back({"QXNet_Loc_ModifyIPCXML", [index] { return QXNet_Loc_ModifyIPCXML(index, nullptr); }, QXNET_E_BAD_INDEX});
+    p.push_back({"QXNet_Loc_ModifyIPCXML", [index] { return QXNet_Loc_ModifyIPCXML(index, junk); }, QXNET_E_BAD_INDEX});
+    p.push_back({"QXNet_Loc_GetNetworkParam", [index] { return QXNet_Loc_GetNetworkParam(index, nullptr, 0); }, kHostFactsResult});
   }
   p.push_back({"QXNet_ModifyIPC", [] {
                  __NetSDK_IPC_ENTRYV2 e;
                  std::memset(&e, 0xFF, sizeof(e));
                  return QXNet_ModifyIPC(-5, &e);
-               }, kSearchResult});
+               }, QXNET_E_BAD_INDEX});
   p.push_back({"QXNet_Loc_RestoreIPC", [] {
                  __NetSDK_IPC_ENTRYV2 e;
                  std::memset(&e, 0xFF, sizeof(e));
                  return QXNet_Loc_RestoreIPC(LONG_MAX, &e);
-               }, kSearchResult});
+               }, QXNET_E_BAD_INDEX});
 
   // sessions: bad login parameters give 0, unknown identifiers -103
   for (unsigned long port : {0UL, 65535UL, 65536UL, ULONG_MAX}) {

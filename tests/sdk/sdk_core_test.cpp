@@ -21,6 +21,8 @@
 #include "sdk/NetSDKFunc.h"
 #include "sdk/QXNetSDKInternal.h"
 #include "sdk_log_capture.h"
+#include "search/search_loopback.h"
+#include "search/search_test_util.h"
 #include "session/DevComControl.h"
 
 using sdktest::AsLogged;
@@ -815,6 +817,9 @@ TEST_F(Core, UpgradeChecksTheFileBeforeTheIdentifier) {
 
 // ---------------------------------------------------------------- discovery forwards
 
+// The search started below stays on the loopback interface.
+const bool kLoopback = searchtest::InstallLoopbackSearchNetwork();
+
 TEST_F(Core, DiscoveryForwardsLogTheirText) {
   struct D {
     long (*call)();
@@ -883,34 +888,51 @@ TEST_F(Core, SearchCallbackSetterReachesDiscovery) {
 
 constexpr size_t kV1 = QXNET_IPC_ENTRY_V1_SIZE;
 
+// One device in the core's table, as the discovery worker would have stored it.
+void AddFoundDevice() {
+  std::string a = searchtest::Answer(searchtest::Device());
+  g_pInstance->Search().HandleDatagram(a.c_str(), static_cast<int>(a.size()));
+  ASSERT_EQ(QXNet_GetSearchIPCCount(), 1);
+}
+
 TEST_F(Core, PlainGetIPCInfoWritesExactlyTheFirstGenerationRecord) {
   ASSERT_EQ(kV1, 4232u);
+  AddFoundDevice();
+  __NetSDK_IPC_ENTRYV2 whole;
+  std::memset(&whole, 0, sizeof(whole));
+  ASSERT_EQ(QXNet_Loc_GetIPCInfo(0, &whole), 0);
+  EXPECT_STREQ(whole.szOsdStr, "Front door");  // beyond the first-generation bytes
   __NetSDK_IPC_ENTRYV2 e;
   std::memset(&e, 0xC3, sizeof(e));
-  long rc = QXNet_GetIPCInfo(0, &e);
-  // Discovery has no device table in this build; the call still copies the core's
-  // record (here all zero) over the first 4232 bytes and no further.
-  EXPECT_EQ(rc, QXNET_E_NOT_AVAILABLE);
+  EXPECT_EQ(QXNet_GetIPCInfo(0, &e), 0);
   const uint8_t* p = reinterpret_cast<const uint8_t*>(&e);
-  for (size_t i = 0; i < kV1; ++i) ASSERT_NE(p[i], 0xC3) << "byte " << i << " not written";
+  const uint8_t* w = reinterpret_cast<const uint8_t*>(&whole);
+  for (size_t i = 0; i < kV1; ++i) ASSERT_EQ(p[i], w[i]) << "byte " << i;
   for (size_t i = kV1; i < sizeof(e); ++i) ASSERT_EQ(p[i], 0xC3) << "byte " << i << " written";
 
-  // The whole-record form hands the caller's record to discovery untouched here.
+  // An empty slot: -96, and the whole-record form leaves the caller's record untouched.
   std::memset(&e, 0xC3, sizeof(e));
-  EXPECT_EQ(QXNet_Loc_GetIPCInfo(0, &e), QXNET_E_NOT_AVAILABLE);
+  EXPECT_EQ(QXNet_Loc_GetIPCInfo(1, &e), QXNET_E_BAD_INDEX);
   for (size_t i = 0; i < sizeof(e); ++i) ASSERT_EQ(p[i], 0xC3) << "byte " << i;
 }
 
 TEST_F(Core, PlainModifyAndRestoreReadOnlyTheFirstGenerationRecord) {
+  AddFoundDevice();
   // A buffer of exactly 4232 bytes: a read past it is caught by the address sanitizer,
   // and the record is never written.
   uint8_t* v1 = static_cast<uint8_t*>(std::malloc(kV1));
   ASSERT_NE(v1, nullptr);
   std::memset(v1, 0x3C, kV1);
   auto* e = reinterpret_cast<__NetSDK_IPC_ENTRYV2*>(v1);
-  EXPECT_EQ(QXNet_ModifyIPC(0, e), QXNET_E_NOT_AVAILABLE);
-  EXPECT_EQ(QXNet_RestoreIPC(3, e), QXNET_E_NOT_AVAILABLE);
+  EXPECT_EQ(QXNet_ModifyIPC(0, e), 0);  // sent to a loopback port nobody reads
+  EXPECT_EQ(QXNet_RestoreIPC(3, e), QXNET_E_BAD_INDEX);
   for (size_t i = 0; i < kV1; ++i) ASSERT_EQ(v1[i], 0x3C);
+  // The stored record is the caller's 4232 bytes followed by zeros.
+  __NetSDK_IPC_ENTRYV2 stored;
+  ASSERT_EQ(QXNet_Loc_GetIPCInfo(0, &stored), 0);
+  EXPECT_EQ(stored.szHardwareType[0], 0x3C);
+  EXPECT_EQ(stored.dwMagic, 0u);
+  EXPECT_STREQ(stored.szOsdStr, "");
   // Same before init: the record is read, then -201.
   ASSERT_EQ(QXNet_Free(), 0);
   EXPECT_EQ(QXNet_ModifyIPC(0, e), QXNET_E_NOT_INIT);

@@ -100,8 +100,8 @@ TEST(IpcEntryCopy, WidenThenCopyBackGivesTheSameFirstGenerationRecord) {
   for (size_t i = kV1; i < back.size(); ++i) ASSERT_EQ(back[i], kGuardByte) << "guard byte " << i;
 }
 
-// ---- through the exports (discovery has no devices in this build: it answers
-// QXNET_E_NOT_AVAILABLE and leaves the record it is given as it is)
+// ---- through the exports, with an empty device table (discovery refuses every index with
+// -96 and leaves the record it is given as it is)
 
 class IpcInfoExport : public ::testing::Test {
  protected:
@@ -110,23 +110,23 @@ class IpcInfoExport : public ::testing::Test {
 };
 
 TEST_F(IpcInfoExport, PlainFormWritesTheCoresRecordIntoAFirstGenerationBufferOnly) {
-  // The core's record starts zeroed and discovery leaves it so: the caller's 4232 bytes
-  // become zero, the guard bytes behind them stay.
+  // The core's record starts zeroed and the refused read leaves it so: the caller's 4232
+  // bytes become zero, the guard bytes behind them stay.
   std::vector<uint8_t> buf(kV1 + kGuard, kGuardByte);
-  EXPECT_EQ(QXNet_GetIPCInfo(0, reinterpret_cast<__NetSDK_IPC_ENTRYV2*>(buf.data())), QXNET_E_NOT_AVAILABLE);
+  EXPECT_EQ(QXNet_GetIPCInfo(0, reinterpret_cast<__NetSDK_IPC_ENTRYV2*>(buf.data())), QXNET_E_BAD_INDEX);
   for (size_t i = 0; i < kV1; ++i) ASSERT_EQ(buf[i], 0) << "byte " << i;
   for (size_t i = kV1; i < buf.size(); ++i) ASSERT_EQ(buf[i], kGuardByte) << "guard byte " << i << " written";
 }
 
 TEST_F(IpcInfoExport, PlainFormWithoutARecordReturnsDiscoverysAnswer) {
-  EXPECT_EQ(QXNet_GetIPCInfo(0, nullptr), QXNET_E_NOT_AVAILABLE);
-  EXPECT_EQ(QXNet_GetIPCInfo(-1, nullptr), QXNET_E_NOT_AVAILABLE);
+  EXPECT_EQ(QXNet_GetIPCInfo(0, nullptr), QXNET_E_BAD_INDEX);
+  EXPECT_EQ(QXNet_GetIPCInfo(-1, nullptr), QXNET_E_BAD_INDEX);
 }
 
 TEST_F(IpcInfoExport, LocFormHandsTheCallersRecordStraightThrough) {
   __NetSDK_IPC_ENTRYV2 rec;
   std::memset(&rec, kGuardByte, sizeof(rec));
-  EXPECT_EQ(QXNet_Loc_GetIPCInfo(2, &rec), QXNET_E_NOT_AVAILABLE);
+  EXPECT_EQ(QXNet_Loc_GetIPCInfo(2, &rec), QXNET_E_BAD_INDEX);
   // No copy of the export's own: what discovery leaves is what the caller has.
   const uint8_t* b = reinterpret_cast<const uint8_t*>(&rec);
   for (size_t i = 0; i < kV2; ++i) ASSERT_EQ(b[i], kGuardByte) << "byte " << i;
@@ -136,8 +136,8 @@ TEST_F(IpcInfoExport, PlainModifyAndRestoreReadOnlyAFirstGenerationBuffer) {
   std::vector<uint8_t> v1(kV1);
   FillPattern(v1.data(), kV1);
   auto* e = reinterpret_cast<__NetSDK_IPC_ENTRYV2*>(v1.data());
-  EXPECT_EQ(QXNet_ModifyIPC(1, e), QXNET_E_NOT_AVAILABLE);
-  EXPECT_EQ(QXNet_RestoreIPC(1, e), QXNET_E_NOT_AVAILABLE);
+  EXPECT_EQ(QXNet_ModifyIPC(1, e), QXNET_E_BAD_INDEX);
+  EXPECT_EQ(QXNet_RestoreIPC(1, e), QXNET_E_BAD_INDEX);
   for (size_t i = 0; i < kV1; ++i) ASSERT_EQ(v1[i], Pattern(i)) << "byte " << i;
 }
 

@@ -250,22 +250,38 @@ TEST_F(Routing, SetConfigFileAnnouncesTheCallersFileAsAConfigurationFile) {
 
 // ---- recorder
 
-// The session's recorder requests are not built yet: each answers QXNET_E_NOT_AVAILABLE
-// and sends nothing. What shows here is that every export reaches the session (not the
-// core's -103) and that its answer comes back as it is.
+// Every recorder export reaches the session (not the core's -103) with its arguments,
+// and the session's answer comes back as it is.
 TEST_F(Routing, RecorderRequestsReachTheSessionAndReturnItsAnswer) {
-  char t[] = "20240101000000", a[] = "a", b[] = "b", c[] = "c";
-  EXPECT_EQ(QXNet_SearchNVRRecByTime(id_, 3, t), QXNET_E_NOT_AVAILABLE);
-  EXPECT_EQ(QXNet_Loc_SearchNVRRecByTime(id_, 4, t), QXNET_E_NOT_AVAILABLE);
-  EXPECT_EQ(QXNet_NVRRecordDownload(id_, 5, a, b, c), QXNET_E_NOT_AVAILABLE);
-  EXPECT_EQ(QXNet_Loc_NVRRecordDownload(id_, -6, a, b, c), QXNET_E_NOT_AVAILABLE);
-  EXPECT_EQ(QXNet_Loc_NVRRecordDownloadStop(id_, 7), QXNET_E_NOT_AVAILABLE);
-  EXPECT_EQ(QXNet_NVRRecordDownloadStop(id_, 8), QXNET_E_NOT_AVAILABLE);
-  EXPECT_EQ(QXNet_Loc_NVRReplayByTime(id_, 9, t), QXNET_E_NOT_AVAILABLE);
-  EXPECT_EQ(QXNet_NVRReplayByTime(id_, 10, t), QXNET_E_NOT_AVAILABLE);
-  EXPECT_EQ(QXNet_Loc_ControlNVRReplay(id_, 1, 6, 2, t), QXNET_E_NOT_AVAILABLE);
-  EXPECT_EQ(QXNet_ControlNVRReplay(id_, 2, 3, 1, t), QXNET_E_NOT_AVAILABLE);
-  EXPECT_EQ(g_pInstance->SDK_SearchNvrRecByMonth(id_, 11, t), QXNET_E_NOT_AVAILABLE);
+  char t[] = "20240101083000", e[] = "20240101083100", path[] = "/tmp/none.mp4";
+  const std::string day = "<Time>20240101083000</Time>\n<ByMonth>0</ByMonth>\n";
+  EXPECT_EQ(QXNet_SearchNVRRecByTime(id_, 3, t), 0);
+  EXPECT_EQ(Sent(), Request("10000", "14300", "0", "<ChannelId>3</ChannelId>\n" + day));
+  EXPECT_EQ(QXNet_Loc_SearchNVRRecByTime(id_, 4, t), 0);
+  EXPECT_EQ(Sent(), Request("10000", "14300", "0", "<ChannelId>4</ChannelId>\n" + day));
+  const std::string span = "<Time>20240101083000</Time>\n<TimeEnd>20240101083100</TimeEnd>\n<DownloadRecord>1</DownloadRecord>";
+  EXPECT_EQ(QXNet_NVRRecordDownload(id_, 5, t, e, path), 0);
+  EXPECT_EQ(Sent(), Request("10000", "14301", "0", "<ChannelId>5</ChannelId>\n" + span));
+  EXPECT_EQ(QXNet_Loc_NVRRecordDownload(id_, -6, t, e, path), 0);
+  EXPECT_EQ(Sent(), Request("10000", "14301", "0", "<ChannelId>-6</ChannelId>\n" + span));
+  EXPECT_EQ(QXNet_Loc_NVRRecordDownload(id_, 1, nullptr, e, path), QXNET_E_MISSING_ARG);
+  EXPECT_EQ(QXNet_Loc_NVRRecordDownloadStop(id_, 7), 0);
+  EXPECT_EQ(Sent(), Request("10000", "14302", "0", "<ChannelId>7</ChannelId>\n<DownloadRecord>1</DownloadRecord>"));
+  EXPECT_EQ(QXNet_NVRRecordDownloadStop(id_, 8), 0);  // no download any more: nothing sent
+  ExpectNothingQueued("second stop");
+  EXPECT_EQ(QXNet_Loc_NVRReplayByTime(id_, 9, t), 0);
+  EXPECT_EQ(Sent(), Request("10000", "14301", "0",
+                            "<ChannelId>9</ChannelId>\n<Time>20240101083000</Time>\n<DownloadRecord>0</DownloadRecord>"));
+  EXPECT_EQ(QXNet_NVRReplayByTime(id_, 10, t), 0);
+  Sent();
+  EXPECT_EQ(QXNet_Loc_ControlNVRReplay(id_, 1, 6, 2, t), 0);
+  EXPECT_EQ(Sent(), Request("10000", "14304", "0", "<ChannelId>1</ChannelId>\n<Time>20240101083000</Time>"));
+  EXPECT_EQ(QXNet_ControlNVRReplay(id_, 2, 3, 1, t), 0);
+  EXPECT_EQ(Sent(), Request("10000", "14302", "0", "<ChannelId>2</ChannelId>\n<DownloadRecord>0</DownloadRecord>"));
+  EXPECT_EQ(QXNet_Loc_ControlNVRReplay(id_, 2, 0, 1, t), -1);
+  EXPECT_EQ(g_pInstance->SDK_SearchNvrRecByMonth(id_, -1, t), -2);
+  EXPECT_EQ(g_pInstance->SDK_SearchNvrRecByMonth(id_, 11, t), 0);
+  Sent();
   ExpectNothingQueued("recorder");
   EXPECT_EQ(Capture::Get().CountLogs("find dev id="), 0);
 }

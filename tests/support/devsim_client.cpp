@@ -82,7 +82,8 @@ std::string DevSim::binaryPath() {
   return QXNET_DEVSIM_PATH;
 }
 
-DevSim::DevSim(const std::vector<std::string>& args, int startTimeoutMs) {
+DevSim::DevSim(const std::vector<std::string>& args, int startTimeoutMs, const DevSimPlace& place)
+    : controlHost_(place.controlHost) {
   std::string bin = binaryPath();
   if (!isExecutable(bin)) {
     error_ = "qxdevsim not found (QXNET_DEVSIM or built path '" + bin + "')";
@@ -99,13 +100,14 @@ DevSim::DevSim(const std::vector<std::string>& args, int startTimeoutMs) {
   tmp_ = buf.data();
   std::string portFile = tmp_ + "/ports";
 
-  std::vector<std::string> argv{bin};
+  std::vector<std::string> argv(place.launcher);
+  argv.push_back(bin);
   argv.insert(argv.end(), args.begin(), args.end());
   argv.push_back("--port-file");
   argv.push_back(portFile);
   if (!hasArg(args, "--control")) {
     argv.push_back("--control");
-    argv.push_back("0");
+    argv.push_back(controlHost_ == "127.0.0.1" ? "0" : controlHost_ + ":0");
   }
   if (!hasArg(args, "--upload-dir")) {
     uploadDir_ = tmp_ + "/uploads";
@@ -136,7 +138,7 @@ DevSim::DevSim(const std::vector<std::string>& args, int startTimeoutMs) {
     // Child: die with the test rather than linger after a crash of the test.
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (getppid() != parent) _exit(127);
-    execv(cargv[0], cargv.data());
+    execvp(cargv[0], cargv.data());
     _exit(127);
   }
   pid_ = pid;
@@ -192,7 +194,11 @@ bool DevSim::connectControl(std::string& err) {
   sockaddr_in sa{};
   sa.sin_family = AF_INET;
   sa.sin_port = htons(controlPort_);
-  sa.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (inet_pton(AF_INET, controlHost_.c_str(), &sa.sin_addr) != 1) {
+    err = "bad control host " + controlHost_;
+    close(fd);
+    return false;
+  }
   if (connect(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa) != 0) {
     err = "connect to control port " + std::to_string(controlPort_) + ": " + strerror(errno);
     close(fd);

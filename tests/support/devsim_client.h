@@ -33,11 +33,21 @@
 
 namespace qxtest {
 
+// Where a simulator runs when not beside the test: a command that the simulator's own
+// command line is appended to (e.g. {"ip", "netns", "exec", "NS"}, which execs in place so
+// the process id stays the simulator's), and the address its control channel is reached at
+// (the simulator is given --control HOST:0).
+struct DevSimPlace {
+  std::vector<std::string> launcher;
+  std::string controlHost = "127.0.0.1";
+};
+
 class DevSim {
  public:
   // args: extra qxdevsim options. --port-file and --control are supplied; an
   // --upload-dir inside tempDir() is supplied unless args give one.
-  explicit DevSim(const std::vector<std::string>& args = {}, int startTimeoutMs = 10000);
+  explicit DevSim(const std::vector<std::string>& args = {}, int startTimeoutMs = 10000,
+                  const DevSimPlace& place = DevSimPlace());
   ~DevSim();
   DevSim(const DevSim&) = delete;
   DevSim& operator=(const DevSim&) = delete;
@@ -103,6 +113,7 @@ class DevSim {
   std::string uploadDir_;
   std::vector<uint16_t> ports_;
   uint16_t controlPort_ = 0;
+  std::string controlHost_ = "127.0.0.1";
   int ctl_ = -1;
   std::string pending_;  // bytes read past the last reply line
   std::mutex mu_;

@@ -106,6 +106,16 @@ struct Cmd {
   // ctl_fault.cpp
   std::string arm();
   std::string chaos();
+  // ctl_lan.cpp
+  std::string lan();
+  std::string lanList();
+  std::string lanSet();
+  std::string lanGet();
+  std::string lanWait(bool wait);
+  std::string lanLast();
+  std::string lanFlood();
+  std::string lanBad();
+  std::string lanOversize();
   // ctl_recorder.cpp
   std::string recFault();
   std::string recSpans();

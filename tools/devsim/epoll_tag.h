@@ -6,7 +6,7 @@
 
 namespace devsim {
 
-enum : uint64_t { kListen = 1, kConn = 2, kCtlListen = 3, kCtl = 4, kSignal = 5 };
+enum : uint64_t { kListen = 1, kConn = 2, kCtlListen = 3, kCtl = 4, kSignal = 5, kLan = 6 };
 
 inline uint64_t epollTag(uint64_t kind, uint64_t v) { return (kind << 56) | v; }
 inline uint64_t epollKind(uint64_t data) { return data >> 56; }

@@ -31,6 +31,7 @@ Options:
                          pid PID
                          control PORT
                          device INDEX PORT      (one line per device)
+                         lan PORT               (with --lan)
                          ports PORT0 PORT1 ...
   --upload-dir DIR     where finished uploads are written
                        (upload_<dev>_<n>.bin unless SET upload_name is used;
@@ -44,6 +45,15 @@ Options:
                        file is written (one per line, '#' comments; WAIT
                        commands are evaluated once, without waiting); any ERR
                        reply aborts with exit code 2
+  --lan N              also simulate N devices found by LAN discovery: one UDP
+                       socket answering search (30001), modify (30003) and
+                       restore (30005) requests; driven by the LAN command
+  --lan-listen A:P     its UDP address (default 0.0.0.0:2018)
+  --lan-first-ip IP    address advertised by LAN device 0, the next ones
+                       count up (default 192.168.1.100)
+  --lan-mask M, --lan-gateway G   their advertised netmask and gateway
+  --lan-kinds A,B,...  hardware types cycled over the LAN devices (default
+                       8 IPC, 1 NVR-16, 1 NVS: the library drops NVS)
   --quiet              errors only
   --verbose            log every connection and message
   --help               this text

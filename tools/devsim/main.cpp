@@ -1,7 +1,9 @@
 // qxdevsim entry point: options, descriptor limit, then the event loop.
+#include <arpa/inet.h>
 #include <sys/resource.h>
 
 #include <cstdio>
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -66,6 +68,31 @@ int controlOption(const std::string& v, Options& o) {
   return 0;
 }
 
+// The --lan options: discoverable devices answering on UDP.
+int lanOption(const std::string& name, const std::string& v, devsim::LanOptions& l) {
+  long long n = 0;
+  in_addr probe{};
+  if (name == "--lan") {
+    if (!devsim::parseInt(v, n) || n < 0 || n > 100000) return usageError("bad --lan " + v);
+    l.devices = static_cast<int>(n);
+  } else if (name == "--lan-listen") {
+    if (!splitHostPort(v, l.listenHost, n)) return usageError("bad --lan-listen " + v);
+    l.listenPort = static_cast<uint16_t>(n);
+  } else if (name == "--lan-first-ip" || name == "--lan-gateway" || name == "--lan-mask") {
+    if (inet_pton(AF_INET, v.c_str(), &probe) != 1) return usageError("bad " + name + " " + v);
+    (name == "--lan-first-ip" ? l.firstIp : name == "--lan-gateway" ? l.gateway : l.mask) = v;
+  } else if (name == "--lan-kinds") {
+    l.kinds.clear();
+    for (size_t p = 0; p <= v.size();) {
+      size_t c = std::min(v.find(',', p), v.size());
+      if (c > p) l.kinds.push_back(v.substr(p, c - p));
+      p = c + 1;
+    }
+    if (l.kinds.empty()) return usageError("bad --lan-kinds " + v);
+  }
+  return 0;
+}
+
 // One option with its value; 0, or the exit code of a usage error.
 int applyOption(const std::string& name, const std::string& v, Options& o) {
   long long n = 0;
@@ -93,6 +120,8 @@ int applyOption(const std::string& name, const std::string& v, Options& o) {
     o.uploadDir = v;
   } else if (name == "--script") {
     o.script = v;
+  } else if (name.compare(0, 5, "--lan") == 0) {
+    return lanOption(name, v, o.lan);
   } else if (name == "--clips") {
     o.clipDir = v;
   } else if (name == "--set") {
@@ -109,7 +138,9 @@ int applyOption(const std::string& name, const std::string& v, Options& o) {
 // Options into o; -1 to go on, else the exit code (0 after --help).
 int parseOptions(int argc, char** argv, Options& o) {
   static const char* known[] = {"--listen", "--devices", "--account", "--max-channels", "--auth-refusal",
-                                "--control", "--port-file", "--upload-dir", "--script", "--max-conns", "--clips", "--set"};
+                                "--control", "--port-file", "--upload-dir", "--script", "--max-conns",
+                                "--lan", "--lan-listen", "--lan-first-ip", "--lan-gateway", "--lan-mask",
+                                "--lan-kinds", "--clips", "--set"};
   for (int i = 1; i < argc; ++i) {
     std::string a = argv[i];
     if (a == "--help" || a == "-h") {

@@ -72,7 +72,7 @@ int Sim::setup() {
     return 1;
   }
   setupSignals();
-  if (!setupDevices() || !setupControl()) return 1;
+  if (!setupDevices() || !setupControl() || !setupLan()) return 1;
   if (!opt_.script.empty() && !runScript()) return 2;
   if (!opt_.portFile.empty() && !writePortFile()) return 1;
   std::string ports;
@@ -165,6 +165,7 @@ bool Sim::writePortFile() {
   o << "pid " << getpid() << "\n";
   o << "control " << controlPort_ << "\n";
   for (auto& d : devices_) o << "device " << d.index << " " << d.port << "\n";
+  if (lan_) o << "lan " << lan_->port() << "\n";
   o << "ports";
   for (auto& d : devices_) o << " " << d.port;
   o << "\n";
@@ -183,6 +184,18 @@ bool Sim::writePortFile() {
     logf(LogLevel::Quiet, "rename %s: %s", tmp.c_str(), strerror(errno));
     return false;
   }
+  return true;
+}
+
+bool Sim::setupLan() {
+  if (opt_.lan.devices <= 0) return true;
+  lan_.reset(new LanNet(opt_.lan));
+  std::string err;
+  if (!lan_->open(err)) {
+    logf(LogLevel::Quiet, "LAN devices: %s", err.c_str());
+    return false;
+  }
+  watch(epfd_, lan_->fd(), epollTag(kLan, 0));
   return true;
 }
 

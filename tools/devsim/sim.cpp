@@ -120,6 +120,7 @@ void Sim::dispatch(const epoll_event& ev) {
       break;
     }
     case kSignal: onSignal(); break;
+    case kLan: lan_->onReadable(); break;
     default: break;
   }
 }

@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "lan.h"
 #include "proto.h"
 #include "rec_stream.h"
 
@@ -218,6 +219,7 @@ struct Options {
   std::vector<std::pair<std::string, std::string>> settings;    // --set NAME=VALUE
   int maxConns = 10000;  // open device connections at most; more are closed on accept
   LogLevel log = LogLevel::Normal;
+  LanOptions lan;  // --lan: discoverable devices on UDP
 };
 
 class Sim {
@@ -250,6 +252,7 @@ class Sim {
   bool setupControl();
   bool runScript();
   bool writePortFile();
+  bool setupLan();
   bool openListener(Device& d);
   void closeListener(Device& d);
   // device connections (conn.cpp)
@@ -359,8 +362,9 @@ class Sim {
   std::map<int, int> connDev_;  // connection id -> device index, for every connection seen
   long long countMsgs(const std::string& type, const std::string& cmd, int conn, int dev) const;
   std::map<std::string, long long> stats_;
-  FrameFault anyFault_;
-  ClipStore clips_;  // applies to the next frames sent on any connection
+  std::unique_ptr<LanNet> lan_;  // null without --lan
+  FrameFault anyFault_;  // applies to the next frames sent on any connection
+  ClipStore clips_;
 };
 
 }  // namespace devsim

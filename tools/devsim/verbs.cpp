@@ -131,6 +131,21 @@ const std::vector<Verb>& verbTable() {
        "                                BYTES filler bytes (0x5a), or the bytes of H\n"
        "                                repeated, one at a time INTERVAL_MS apart; what\n"
        "                                is sent later waits behind them\n"},
+      {"LAN", &Cmd::lan, 0, nullptr,
+       "  LAN [STATS]                   OK devices= port= target= sent= ... cmdNNNNN=count\n"
+       "  LAN LIST [from=K] [max=N]     OK N idx=..,uid=..,ip=..,hw=..,mac=..,token=.. ...\n"
+       "  LAN SET K|all key=value...    answer fields (uid hw model ip mask gw dns1 dns2\n"
+       "                                mac osd fw sdk token user pass group rtsp http dhcp,\n"
+       "                                escaped) and auth=0|1 result=N|auto mute=0|1 repeat=N\n"
+       "  LAN GET K FIELD               OK value\n"
+       "  LAN COUNT CMD | LAN WAIT CMD N TIMEOUT_MS   requests received with that cmd\n"
+       "  LAN LAST [CMD]                OK cmd= from= size= body=\n"
+       "  LAN PACE MICROSECONDS         pause between the answers of one burst\n"
+       "  LAN ANSWER [to=ADDR:PORT]     answer a search now (default: the last searcher)\n"
+       "  LAN FLOOD N [distinct=1] [hw=TYPE] [to=]    N search answers at once\n"
+       "  LAN BAD KIND [count=N] [to=]  truncated noclose noopen badxml noresult nobody\n"
+       "                                empty binary search unknownuid\n"
+       "  LAN OVERSIZE [bytes=65507] [k=K] [field=osd] [to=]   one answer of exactly BYTES\n"},
       {nullptr, nullptr, 0, nullptr,
        "Recorder (replay and download; settings rec_*):\n"},
       {"RECFAULT", &Cmd::recFault, 0, nullptr,

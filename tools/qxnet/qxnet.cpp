@@ -17,6 +17,7 @@
 #include <tinyxml.h>
 
 #include "QXNetSDK.h"
+#include "lan_commands.h"
 
 namespace {
 std::atomic<bool> g_stop{false};
@@ -149,7 +150,9 @@ void Usage() {
       "    replay CHANNEL START [--seconds N]  replay from START (YYYYMMDDhhmmss): fps,\n"
       "                                     bitrate and codecs printed each second (10 s)\n"
       "    download CHANNEL START END FILE  a span (YYYYMMDDhhmmss) into an MP4 file, with a\n"
-      "                                     progress bar (plain lines when not a terminal)\n"
+      "                                     progress bar (plain lines when not a terminal)\n");
+  LanUsage();
+  std::printf(
       "exit codes: 0 done, 1 the device refused or the transfer failed, 2 usage,\n"
       "            3 no connection, login refused, connection dropped or timeout\n");
 }
@@ -688,6 +691,8 @@ int main(int argc, char** argv) {
   std::string cmd = argv[1];
   if (cmd == "version") return CmdVersion();
   if (cmd == "login") return CmdLogin(argc, argv);
+  int lan = RunLanCommand(argc, argv);
+  if (lan >= 0) return lan;
   if (argc >= 6) return CmdOperation(argc, argv);
   Usage();
   return 2;

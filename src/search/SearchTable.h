@@ -1,0 +1,60 @@
+// The table of found devices: up to 1000 records in slot order, identified by UID, and the
+// search status callback that hears of every change (codes 1 to 4).
+//
+// One lock guards the slots and the count; the callback runs with it held, so the
+// application may read the table from inside its callback (the lock is re-entrant) while
+// another thread's clear waits for the callback to end.
+#ifndef QXNET_SEARCH_SEARCHTABLE_H
+#define QXNET_SEARCH_SEARCHTABLE_H
+
+#include <atomic>
+
+#include "QXNetSDK.h"
+#include "base/Locker.h"
+
+enum {
+  SEARCH_CODE_NEW = 1,
+  SEARCH_CODE_CHANGED = 2,
+  SEARCH_CODE_MODIFIED = 3,
+  SEARCH_CODE_RESTORED = 4,
+};
+
+class CSearchTable {
+ public:
+  enum { kMaxDevices = 1000 };
+  CSearchTable();
+  ~CSearchTable();
+
+  void SetCallback(fSearchDevStatusCallBack cb, void* user);
+  fSearchDevStatusCallBack Callback() const { return m_fCallBack; }
+  void* CallbackUser() const { return m_pUser; }
+  // ResponseMessageHandle: 0 new device added; -1 null msg; -2 negative len; -3 otherwise.
+  int HandleSearchAnswer(const char* msg, int len);
+  // ResponseMessageHandleMsgCode for cmd 30004 / 30006 with the head's result text.
+  int HandleSetupAnswer(const char* msg, int len, int msgcode, const char* msgflag);
+
+  int Count() const { return m_count; }
+  int GetIPCInfo(long index, __NetSDK_IPC_ENTRYV2* out);
+  int GetIPCInfoXML(long index, char* buf, int size);
+  int Clear();
+
+  // For the network setup requests: the lock, and the record in a slot (null when empty
+  // or out of range). Use the record only while holding the lock.
+  CLocker& Lock() { return m_lock; }
+  __NetSDK_IPC_ENTRYV2* Slot(long index);
+
+ private:
+  CSearchTable(const CSearchTable&) = delete;
+  CSearchTable& operator=(const CSearchTable&) = delete;
+  long Find(const char* uid) const;
+  void Notify(long code, long index, __NetSDK_IPC_ENTRYV2* entry);
+  int Store(__NetSDK_IPC_ENTRYV2* fresh);
+
+  CLocker m_lock;
+  __NetSDK_IPC_ENTRYV2* m_list[kMaxDevices];
+  std::atomic<int> m_count;
+  std::atomic<fSearchDevStatusCallBack> m_fCallBack;
+  std::atomic<void*> m_pUser;
+};
+
+#endif
