@@ -301,3 +301,36 @@ TEST(DevSimRecorder, RealTimeStallAndStop) {
   EXPECT_TRUE(c.silentFor(300)) << "no media after the stop";
   EXPECT_NE(sim.cmd("RECSTREAM").find("state=stopped"), std::string::npos);
 }
+
+// Every clip the recorder plays cuts into frames that join back into the clip, in both
+// stream-parameter layouts.
+TEST(DevSimRecorder, EveryVideoClipStreamsWhole) {
+  const char* clips[][3] = {{"h264", "1920x1080", "h264_1920x1080.h264"},
+                            {"h265", "320x240", "h265_320x240.hevc"},
+                            {"h265", "1920x1080", "h265_1920x1080.hevc"}};
+  for (auto& c3 : clips) {
+    SCOPED_TRACE(c3[2]);
+    CheckedSim sim({"--set", "rec_pace=fast", "--set", std::string("rec_video=") + c3[0], "--set",
+                    std::string("rec_size=") + c3[1], "--set", "rec_audio=aac", "--set", "rec_video_layout=537",
+                    "--set", "rec_audio_layout=57"});
+    ASSERT_TRUE(sim.ok()) << sim.error();
+    ASSERT_TRUE(sim.cmdOk("RECSPANS 1 000000-010000"));
+    RawClient c(sim.port());
+    ASSERT_TRUE(devsimtest::authenticate(c));
+    ASSERT_TRUE(c.sendRequest("10000", "14301", downloadBody(1, "000000", "000004")));
+    Capture cap = capture(c, 100000, 3000);
+    Reassembled r = reassemble(cap.packs);
+    ASSERT_EQ(r.video.size(), 102u);
+    std::string joined;
+    for (size_t i = 0; i < 100; ++i) joined += r.video[i];
+    EXPECT_TRUE(joined == readFile(clipDir() + "/" + c3[2])) << "one loop is the clip, byte for byte";
+    EXPECT_FALSE(r.audio.empty());
+    for (auto& a : r.audio) EXPECT_EQ(static_cast<unsigned char>(a[0]), 0xFF) << "ADTS frames";
+    // Padded VideoParam (537 form) and the 57-byte AudioParam: 76 base64 characters.
+    ASSERT_GE(cap.texts.size(), 2u);  // the 14301 answer, then the parameters
+    std::string vp = devsimtest::tag(cap.texts[1], "VideoParam"), ap = devsimtest::tag(cap.texts[1], "AudioParam");
+    EXPECT_EQ(vp.size(), 716u);
+    EXPECT_EQ(vp.back(), '=');
+    EXPECT_EQ(ap.size(), 76u);
+  }
+}

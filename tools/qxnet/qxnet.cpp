@@ -147,6 +147,8 @@ void Usage() {
       "    config-file save FILE            fetch the configuration file into FILE\n"
       "    config-file load FILE            send FILE as the configuration file\n"
       "    records DAY|MONTH CHANNEL        recorded spans of a day (YYYYMMDD) or a month (YYYYMM)\n"
+      "    replay CHANNEL START [--seconds N]  replay from START (YYYYMMDDhhmmss): fps,\n"
+      "                                     bitrate and codecs printed each second (10 s)\n"
       "    download CHANNEL START END FILE  a span (YYYYMMDDhhmmss) into an MP4 file, with a\n"
       "                                     progress bar (plain lines when not a terminal)\n");
   LanUsage();
@@ -509,6 +511,59 @@ int RunDownload(const OpArgs& a) {
   }
 }
 
+// Replayed frames, counted by the replay data callback (the session's worker thread).
+struct ReplayCount {
+  std::atomic<long> video{0}, audio{0}, bytes{0};
+  std::atomic<int> videoType{-1}, audioType{-1};
+} g_replay;
+
+long OnReplayData(long, unsigned long type, unsigned char*, unsigned long length, FRAME_EXTDATA* ext) {
+  if (type == QXNET_REPLAY_PARAM_AV || type == QXNET_REPLAY_PARAM_VIDEO || type == QXNET_REPLAY_PARAM_AUDIO)
+    return 0;
+  bool video = type == 0 || type == 2;  // stream types 0 and 2 are video
+  (video ? g_replay.video : g_replay.audio)++;
+  g_replay.bytes += static_cast<long>(length);
+  if (ext) (video ? g_replay.videoType : g_replay.audioType) = static_cast<int>(ext->payload_type);
+  return 0;
+}
+
+const char* CodecName(int payloadType, bool video) {
+  if (payloadType < 0) return "-";
+  if (video) return payloadType == 96 ? "H.264" : payloadType == 201 ? "H.265" : "video?";
+  return payloadType == 0 ? "G.711u" : payloadType == 8 ? "G.711a" : payloadType == 97 ? "AAC" : "audio?";
+}
+
+// replay CHANNEL START [--seconds N]: frames per second, bitrate and codecs, once a second.
+int RunReplay(const OpArgs& a) {
+  if (!a.Arg(2)) return -1;
+  double seconds = 10;
+  if (a.Arg(3) && !std::strcmp(a.Arg(3), "--seconds") && a.Arg(4)) seconds = std::atof(a.Arg(4));
+  static int user = 0;
+  QXNet_Loc_SetReplayDataCallBack(OnReplayData, &user);
+  std::string start = a.Arg(2);
+  long ch = std::atol(a.Arg(1));
+  long rc = QXNet_Loc_NVRReplayByTime(a.id, ch, &start[0]);
+  if (rc != 0) {
+    std::fprintf(stderr, "qxnet: replay refused by the library (result %ld)\n", rc);
+    return 1;
+  }
+  double t0 = Now();
+  long lastV = 0, lastB = 0;
+  while (!g_stop && Now() - t0 < seconds) {
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    long v = g_replay.video, b = g_replay.bytes;
+    std::printf("%5.0f s  %3ld fps  %7.1f kbit/s  video %s  audio %s\n", Now() - t0, v - lastV,
+                (b - lastB) * 8 / 1000.0, CodecName(g_replay.videoType, true), CodecName(g_replay.audioType, false));
+    std::fflush(stdout);
+    lastV = v;
+    lastB = b;
+  }
+  QXNet_Loc_ControlNVRReplay(a.id, ch, 3, 0, nullptr);
+  QXNet_Loc_SetReplayDataCallBack(nullptr, &user);
+  std::printf("replay: %ld video frames, %ld audio frames\n", g_replay.video.load(), g_replay.audio.load());
+  return g_replay.video > 0 ? 0 : 1;
+}
+
 // Runs the operation named by argv[first]; the exit code.
 int RunOperation(long id, int argc, char** argv, int first, double timeout) {
   OpArgs a{id, argc, argv, first, timeout};
@@ -530,6 +585,8 @@ int RunOperation(long id, int argc, char** argv, int first, double timeout) {
     rc = RunRecords(a);
   else if (op == "download")
     rc = RunDownload(a);
+  else if (op == "replay")
+    rc = RunReplay(a);
   if (rc >= 0) return rc;
   Usage();
   return 2;
