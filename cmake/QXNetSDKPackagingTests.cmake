@@ -8,6 +8,6 @@ if(QXNET_PACKAGING_TESTS AND QXNET_SANITIZE STREQUAL "")
   add_subdirectory(tests/package)
   add_subdirectory(tests/python)
 elseif(QXNET_PACKAGING_TESTS)
-  message(STATUS "Packaging tests skipped: a ${QXNET_SANITIZE} sanitizer build's library is "
+  message(STATUS "Packaging tests skipped: this ${QXNET_SANITIZE}-sanitizer build's library is "
     "not loadable by ordinary consumers")
 endif()
