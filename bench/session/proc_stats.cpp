@@ -3,11 +3,14 @@
 #include <dirent.h>
 #include <malloc.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iterator>
+#include <sstream>
 #include <string>
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -71,6 +74,22 @@ double CpuSeconds() {
   getrusage(RUSAGE_SELF, &ru);
   return static_cast<double>(ru.ru_utime.tv_sec + ru.ru_stime.tv_sec) +
          static_cast<double>(ru.ru_utime.tv_usec + ru.ru_stime.tv_usec) / 1e6;
+}
+
+double CpuSecondsOf(long pid) {
+  std::ifstream f("/proc/" + std::to_string(pid) + "/stat");
+  std::string text((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+  // The command name may hold spaces: fields are counted from its closing parenthesis,
+  // which field 3 (the state) follows.
+  size_t close = text.rfind(')');
+  if (close == std::string::npos) return -1;
+  std::istringstream rest(text.substr(close + 1));
+  std::string field;
+  double ticks = 0;
+  for (int i = 3; i <= 15 && rest >> field; ++i)
+    if (i >= 14) ticks += std::atof(field.c_str());  // utime, stime
+  long hz = sysconf(_SC_CLK_TCK);
+  return hz > 0 && rest ? ticks / static_cast<double>(hz) : -1;
 }
 
 double NowSeconds() {

@@ -16,6 +16,9 @@ long OpenFdCount();  // entries of /proc/self/fd (without the one used to list i
 long HeapInUseKiB();
 bool UnderAddressSanitizer();
 double CpuSeconds();  // user + system time of the whole process (getrusage RUSAGE_SELF)
+// User + system time of another process (the simulator child) from /proc/PID/stat, in
+// clock ticks' resolution; -1 when unreadable.
+double CpuSecondsOf(long pid);
 double NowSeconds();  // steady clock
 
 // Polls fn() every 50 ms until it returns true or timeoutSeconds pass; returns the last result.

@@ -48,13 +48,32 @@ double LoginAndWait(qxtest::DevSim& sim, long n, double timeout, std::vector<lon
   return seconds;
 }
 
+// CPU seconds of this process and of the simulator child from construction to Stop().
+class CpuSpan {
+ public:
+  explicit CpuSpan(qxtest::DevSim& sim) : m_pid(sim.pid()), m_self(CpuSeconds()), m_sim(CpuSecondsOf(m_pid)) {}
+  void Stop(double& self, double& simulator) {
+    self = CpuSeconds() - m_self;
+    double s = CpuSecondsOf(m_pid);
+    simulator = (m_sim < 0 || s < 0) ? -1 : s - m_sim;
+  }
+
+ private:
+  long m_pid;
+  double m_self, m_sim;
+};
+
 void MeasureIdle(qxtest::DevSim& sim, BatchResult& r, double idleSeconds, long rssBefore, long threadsBefore,
                  long fdsBefore) {
   long long hb0 = sim.stat("heartbeats");
-  double c0 = CpuSeconds(), w0 = NowSeconds();
+  double w0 = NowSeconds();
+  CpuSpan cpu(sim);
   std::this_thread::sleep_for(std::chrono::duration<double>(idleSeconds));
+  double self, simulator;
+  cpu.Stop(self, simulator);
   r.idleSeconds = NowSeconds() - w0;
-  r.idleCpuPct = 100.0 * (CpuSeconds() - c0) / r.idleSeconds;
+  r.idleCpuPct = 100.0 * self / r.idleSeconds;
+  if (simulator >= 0) r.simIdleCpuPct = 100.0 * simulator / r.idleSeconds;
   r.heartbeats = sim.stat("heartbeats") - hb0;
   double n = static_cast<double>(r.n);
   r.rssKiBPerSession = static_cast<double>(RssKiB() - rssBefore) / n;
@@ -66,8 +85,10 @@ void MeasureIdle(qxtest::DevSim& sim, BatchResult& r, double idleSeconds, long r
 
 void LogoutOneByOne(qxtest::DevSim& sim, BatchResult& r, const std::vector<long>& ids) {
   double t0 = NowSeconds();
+  CpuSpan cpu(sim);
   for (long id : ids) QXNet_LogOutDev(id);
   r.logoutSeconds = NowSeconds() - t0;
+  cpu.Stop(r.logoutCpu, r.logoutSimCpu);
   r.simEmptyAfterLogout = sim.waitConnectionsAtMost(0, 30000);
 }
 
@@ -75,8 +96,10 @@ void SecondBatchThenFree(qxtest::DevSim& sim, BatchResult& r, double authTimeout
   std::vector<long> ids;
   r.secondAuthSeconds = LoginAndWait(sim, r.n, authTimeout, ids, r.secondAuthenticated);
   double t0 = NowSeconds();
+  CpuSpan cpu(sim);
   QXNet_Free();
   r.freeSeconds = NowSeconds() - t0;
+  cpu.Stop(r.freeCpu, r.freeSimCpu);
   r.simEmptyAfterFree = sim.waitConnectionsAtMost(0, 30000);
   QXNet_init();
   InstallStatusCounter();

@@ -16,15 +16,21 @@ struct BatchResult {
   double authSeconds = 0;  // until all were authenticated (or the wait ran out)
   double idleSeconds = 0;  // length of the idle window actually measured
   double idleCpuPct = 0;   // whole process, % of one core
+  double simIdleCpuPct = -1;  // the simulator child in the same window, -1 when unread
   double rssKiBPerSession = 0;
   long threadsIdle = 0, fdsIdle = 0;
   double threadsPerSession = 0, fdsPerSession = 0;
   long long heartbeats = 0;  // answered by the simulator during the idle window
   double logoutSeconds = 0;  // QXNet_LogOutDev of every session, one thread
+  // CPU seconds spent while the logouts ran (until the calls returned): this process,
+  // the simulator child. Beside the wall-clock time they tell a busy machine's waits
+  // from the work done.
+  double logoutCpu = 0, logoutSimCpu = -1;
   bool simEmptyAfterLogout = false;
   long secondAuthenticated = 0;
   double secondAuthSeconds = 0;
   double freeSeconds = 0;  // QXNet_Free with the second batch logged in
+  double freeCpu = 0, freeSimCpu = -1;
   bool simEmptyAfterFree = false;
 };
 

@@ -19,6 +19,10 @@ std::string Bounded(const char* format, double value, double bound, bool valid =
   return Fmt(format, value) + (valid && value <= bound ? " ok" : " MISS");
 }
 
+std::string CpuPair(double self, double simulator) {
+  return Fmt("%.2f / ", self) + (simulator < 0 ? std::string("-") : Fmt("%.2f", simulator));
+}
+
 void Row(FILE* out, const char* name, const char* target, const std::vector<BatchResult>& rs, const Cell& cell) {
   std::fprintf(out, "%-44s %-12s", name, target);
   for (const auto& r : rs) std::fprintf(out, " %20s", cell(r).c_str());
@@ -40,6 +44,9 @@ void PrintSessionTable(const std::vector<BatchResult>& rs, FILE* out) {
   Row(out, "failure events (0, 2, 3)", "0", rs, [](const BatchResult& r) { return Fmt("%.0f", r.failures); });
   Row(out, "idle CPU, whole process (% of one core)", "<= 5", rs,
       [](const BatchResult& r) { return Bounded("%.2f", r.idleCpuPct, kTargetIdleCpuPct); });
+  Row(out, "  simulator child in the same window (%)", "", rs, [](const BatchResult& r) {
+    return r.simIdleCpuPct < 0 ? std::string("-") : Fmt("%.2f", r.simIdleCpuPct);
+  });
   Row(out, "idle window (s)", "", rs, [](const BatchResult& r) { return Fmt("%.1f", r.idleSeconds); });
   Row(out, "heartbeats answered in the window", "", rs,
       [](const BatchResult& r) { return Fmt("%.0f", static_cast<double>(r.heartbeats)); });
@@ -54,6 +61,8 @@ void PrintSessionTable(const std::vector<BatchResult>& rs, FILE* out) {
     return Bounded("%.2f", r.logoutSeconds, kTargetLogoutSeconds, r.simEmptyAfterLogout) +
            (r.simEmptyAfterLogout ? "" : " (left open)");
   });
+  Row(out, "  CPU meanwhile: process / simulator (s)", "", rs,
+      [](const BatchResult& r) { return CpuPair(r.logoutCpu, r.logoutSimCpu); });
   Row(out, "second batch: all authenticated (s)", "", rs, [](const BatchResult& r) {
     return Fmt("%.2f", r.secondAuthSeconds) + (r.secondAuthenticated == r.n ? "" : " (not all)");
   });
@@ -61,6 +70,8 @@ void PrintSessionTable(const std::vector<BatchResult>& rs, FILE* out) {
     return Bounded("%.2f", r.freeSeconds, kTargetLogoutSeconds, r.simEmptyAfterFree) +
            (r.simEmptyAfterFree ? "" : " (left open)");
   });
+  Row(out, "  CPU meanwhile: process / simulator (s)", "", rs,
+      [](const BatchResult& r) { return CpuPair(r.freeCpu, r.freeSimCpu); });
   for (const auto& r : rs)
     if (!r.simEmptyAfterLogout || !r.simEmptyAfterFree) {
       std::fprintf(out, "(\"left open\": the simulator still had connections 30 s after the logout)\n");

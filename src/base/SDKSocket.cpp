@@ -8,6 +8,7 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <time.h>
@@ -139,6 +140,23 @@ long SocketSendNoWait(int sock, const void* data, unsigned long len) {
   ssize_t n;
   do {
     n = send(sock, data, len, MSG_NOSIGNAL | MSG_DONTWAIT);
+  } while (n < 0 && errno == EINTR);
+  return static_cast<long>(n);
+}
+
+long SocketSendPairNoWait(int sock, const void* a, unsigned long alen, const void* b, unsigned long blen) {
+  struct iovec iov[2];
+  iov[0].iov_base = const_cast<void*>(a);
+  iov[0].iov_len = alen;
+  iov[1].iov_base = const_cast<void*>(b);
+  iov[1].iov_len = blen;
+  struct msghdr msg;
+  std::memset(&msg, 0, sizeof(msg));
+  msg.msg_iov = iov;
+  msg.msg_iovlen = 2;
+  ssize_t n;
+  do {
+    n = sendmsg(sock, &msg, MSG_NOSIGNAL | MSG_DONTWAIT);
   } while (n < 0 && errno == EINTR);
   return static_cast<long>(n);
 }

@@ -87,6 +87,9 @@ long SocketRecvNoWait(int sock, void* data, unsigned long len);
 bool SocketWouldBlock();
 // Sends what the socket takes now (MSG_DONTWAIT | MSG_NOSIGNAL), restarted on EINTR.
 long SocketSendNoWait(int sock, const void* data, unsigned long len);
+// As SocketSendNoWait for two pieces in one call (a frame's header and its payload): one
+// system call and, with TCP_NODELAY, one segment where separate sends make one each.
+long SocketSendPairNoWait(int sock, const void* a, unsigned long alen, const void* b, unsigned long blen);
 int CloseSocket(int sock);
 
 #endif

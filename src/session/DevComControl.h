@@ -101,6 +101,7 @@ class CDevComControl : private media::IDownloadHost {
 
   // ---- framing and socket I/O (DevComSocket.cpp)
   int SendData(const char* data, unsigned int length);
+  int SendFrameInPieces(int sock, const char* data, unsigned int length);
   long SendWhenWritable(int sock, const void* bytes, unsigned long n, uint32_t startTick, int* waitStatus);
   int SendPayload(int sock, const char* data, unsigned int length);
   long RecvWhenReadable(int sock, void* dst, unsigned long len, uint32_t startTick, int* waitStatus);

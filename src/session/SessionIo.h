@@ -10,6 +10,10 @@ class ISessionIo {
   // As send() without blocking and without SIGPIPE: bytes sent, or -1 with errno (EAGAIN
   // when the socket takes nothing now).
   virtual long Send(int sock, const void* data, unsigned long len) = 0;
+  // Both pieces in one non-blocking send as far as the socket takes them: bytes sent
+  // (counted over both), or -1 with errno. By default the first piece, then the second
+  // once the first went whole, through Send.
+  virtual long SendPair(int sock, const void* a, unsigned long alen, const void* b, unsigned long blen);
   // As recv() without blocking: bytes read, 0 at the peer's close, -1 with errno (EAGAIN
   // when nothing is there now).
   virtual long Recv(int sock, void* data, unsigned long len) = 0;

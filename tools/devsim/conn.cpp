@@ -292,6 +292,7 @@ bool Sim::insertFiller(Conn& c, size_t n) {
 void Sim::closeConn(Conn& c, bool rst, const std::string& why) {
   if (c.closed) return;
   c.closed = true;
+  closedConns_.push_back(c.id);
   --openConns_;
   Device& d = devices_[static_cast<size_t>(c.dev)];
   d.connIds.erase(c.id);

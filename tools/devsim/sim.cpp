@@ -61,13 +61,14 @@ void Sim::runTimers() {
   }
 }
 
+// Only the connections closed since the last turn are looked up: a scan of all of them
+// on every turn made each of 10,000 one-by-one logouts cost the simulator ~0.5 ms.
 void Sim::reapClosed() {
-  for (auto it = conns_.begin(); it != conns_.end();) {
-    if (it->second->closed)
-      it = conns_.erase(it);
-    else
-      ++it;
+  for (int id : closedConns_) {
+    auto it = conns_.find(id);
+    if (it != conns_.end() && it->second->closed) conns_.erase(it);
   }
+  closedConns_.clear();
   for (auto it = controls_.begin(); it != controls_.end();) {
     if (it->second->closed)
       it = controls_.erase(it);

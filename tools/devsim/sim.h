@@ -352,6 +352,7 @@ class Sim {
   int lastConnId_ = 0;
   std::vector<Device> devices_;
   std::map<int, std::unique_ptr<Conn>> conns_;  // by id
+  std::vector<int> closedConns_;                  // ids closed since the last reap
   std::map<int, int> fdToConn_;                   // fd -> conn id
   std::map<int, std::unique_ptr<ControlClient>> controls_;  // by fd
   std::multimap<int64_t, std::function<void()>> timers_;
