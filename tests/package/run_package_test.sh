@@ -17,8 +17,8 @@ tools="$work/qxnet-tools_${version}-1_${arch}.deb"
 for d in "$runtime" "$dev" "$tools"; do [ -f "$d" ] || { ls "$work"; fail "missing $d"; }; done
 
 # has DEB PATH: the package lists PATH (a regular file or a link).
-has() { dpkg-deb -c "$1" | awk '{print $6}' | grep -qx "./$2" || fail "$(basename "$1") lacks $2"; }
-hasnt() { ! dpkg-deb -c "$1" | awk '{print $6}' | grep -qx "./$2" || fail "$(basename "$1") has $2"; }
+has() { dpkg-deb -c "$1" | awk '{print $6}' | grep -x "./$2" >/dev/null || fail "$(basename "$1") lacks $2"; }
+hasnt() { ! dpkg-deb -c "$1" | awk '{print $6}' | grep -x "./$2" >/dev/null || fail "$(basename "$1") has $2"; }
 lib=usr/lib
 has "$runtime" "$lib/libQXNetSDK.so.$version"
 has "$runtime" "$lib/libQXNetSDK.so.$soversion"
@@ -38,15 +38,15 @@ hasnt "$tools" "$lib/libQXNetSDK.so.$version"
 # field DEB NAME: one control field.
 field() { dpkg-deb -f "$1" "$2"; }
 [ "$(field "$runtime" Package)" = "libqxnetsdk$soversion" ] || fail "runtime package name"
-field "$runtime" Depends | grep -q "libc6" || fail "runtime Depends lacks libc6 (shlibdeps): $(field "$runtime" Depends)"
-field "$runtime" Depends | grep -q "libstdc++6" || fail "runtime Depends lacks libstdc++6"
-field "$runtime" Depends | grep -q "libtinyxml" || fail "runtime Depends lacks TinyXML"
-dpkg-deb -I "$runtime" shlibs | grep -q "^libQXNetSDK $soversion libqxnetsdk$soversion (>= $version\(-1\)\?)$" \
+field "$runtime" Depends | grep "libc6" >/dev/null || fail "runtime Depends lacks libc6 (shlibdeps): $(field "$runtime" Depends)"
+field "$runtime" Depends | grep "libstdc++6" >/dev/null || fail "runtime Depends lacks libstdc++6"
+field "$runtime" Depends | grep "libtinyxml" >/dev/null || fail "runtime Depends lacks TinyXML"
+dpkg-deb -I "$runtime" shlibs | grep "^libQXNetSDK $soversion libqxnetsdk$soversion (>= $version\(-1\)\?)$" >/dev/null \
   || fail "shlibs: $(dpkg-deb -I "$runtime" shlibs 2>&1)"
-field "$dev" Depends | grep -q "libqxnetsdk$soversion (= $version" || fail "dev Depends: $(field "$dev" Depends)"
-field "$dev" Depends | grep -q "libtinyxml-dev" || fail "dev Depends lacks libtinyxml-dev"
-field "$tools" Depends | grep -q "libqxnetsdk$soversion (= $version" || fail "tools Depends: $(field "$tools" Depends)"
-field "$tools" Depends | grep -q "libc6" || fail "tools Depends lacks libc6 (shlibdeps)"
+field "$dev" Depends | grep "libqxnetsdk$soversion (= $version" >/dev/null || fail "dev Depends: $(field "$dev" Depends)"
+field "$dev" Depends | grep "libtinyxml-dev" >/dev/null || fail "dev Depends lacks libtinyxml-dev"
+field "$tools" Depends | grep "libqxnetsdk$soversion (= $version" >/dev/null || fail "tools Depends: $(field "$tools" Depends)"
+field "$tools" Depends | grep "libc6" >/dev/null || fail "tools Depends lacks libc6 (shlibdeps)"
 for d in "$runtime" "$dev" "$tools"; do
   echo "$(field "$d" Package): Depends: $(field "$d" Depends)"
 done

@@ -27,8 +27,6 @@ char* C(const char* s) { return const_cast<char*>(s); }
 // Searches started here stay on the loopback interface.
 const bool kLoopback = searchtest::InstallLoopbackSearchNetwork();
 
-// The host facts and the free-address probe are not in this build yet.
-constexpr long kHostFactsResult = QXNET_E_NOT_AVAILABLE;
 
 // Identifiers that name no session.
 const long kBadIds[] = {0, -1, 1, LONG_MIN, LONG_MAX, 0x7FFFFFFF, static_cast<long>(0xDEADBEEF)};
@@ -68,8 +66,8 @@ std::vector<Probe> ForwardingProbes(const std::string& missingFile, const std::s
   p.push_back({"QXNet_GetSearchIPCCount", [] { return QXNet_GetSearchIPCCount(); }, 0});
   p.push_back({"QXNet_Loc_GetSearchIPCCount", [] { return QXNet_Loc_GetSearchIPCCount(); }, 0});
   for (int len : {-1, 0, INT_MAX, INT_MIN}) {
-    p.push_back({"QXNet_GetOneIPAddress", [len] { return QXNet_GetOneIPAddress(nullptr, len); }, kHostFactsResult});
-    p.push_back({"QXNet_Loc_GetOneIPAddress", [len] { return QXNet_Loc_GetOneIPAddress(nullptr, len); }, kHostFactsResult});
+    p.push_back({"QXNet_GetOneIPAddress", [len] { return QXNet_GetOneIPAddress(nullptr, len); }, QXNET_E_MISSING_ARG});
+    p.push_back({"QXNet_Loc_GetOneIPAddress", [len] { return QXNet_Loc_GetOneIPAddress(nullptr, len); }, QXNET_E_MISSING_ARG});
   }
   for (long index : {-1L, 0L, LONG_MAX, LONG_MIN}) {
     p.push_back({"QXNet_GetIPCInfo", [index] { return QXNet_GetIPCInfo(index, nullptr); }, QXNET_E_BAD_INDEX});
@@ -83,7 +81,7 @@ std::vector<Probe> ForwardingProbes(const std::string& missingFile, const std::s
     p.push_back({"QXNet_Loc_GetIPCInfoXML", [index] { return QXNet_Loc_GetIPCInfoXML(index, empty, INT_MAX); }, QXNET_E_BAD_INDEX});
     p.push_back({"QXNet_Loc_ModifyIPCXML", [index] { return QXNet_Loc_ModifyIPCXML(index, nullptr); }, QXNET_E_BAD_INDEX});
     p.push_back({"QXNet_Loc_ModifyIPCXML", [index] { return QXNet_Loc_ModifyIPCXML(index, junk); }, QXNET_E_BAD_INDEX});
-    p.push_back({"QXNet_Loc_GetNetworkParam", [index] { return QXNet_Loc_GetNetworkParam(index, nullptr, 0); }, kHostFactsResult});
+    p.push_back({"QXNet_Loc_GetNetworkParam", [index] { return QXNet_Loc_GetNetworkParam(index, nullptr, 0); }, QXNET_E_BAD_INDEX});
   }
   p.push_back({"QXNet_ModifyIPC", [] {
                  __NetSDK_IPC_ENTRYV2 e;

@@ -1,6 +1,7 @@
 // How soon a live session acts: a queued request goes out at once, a device that closes
 // during authentication is noticed at once, and a device that trickles bytes cannot hold
 // back the heartbeat. Through the public interface, against the simulator.
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -150,8 +151,14 @@ TEST_F(Timing, UploadChunksGoOutFiveATurnEveryTwentyMilliseconds) {
   unlink(path);
   ASSERT_EQ(first.rfind("OK", 0), 0u) << first;
   ASSERT_EQ(last.rfind("OK", 0), 0u) << last;
-  std::printf("first to last of %zu chunks: %.0f ms\n", kChunks, span * 1000);
-  EXPECT_GE(span, 0.175);
+  // The first answer may come late on a loaded machine, with more than the first turn in:
+  // count only the turns still to come after the one it saw, less one for the late answer.
+  long seen = std::atol(first.c_str() + 3);
+  long turnsSeen = (seen + 4) / 5, turnsLeft = static_cast<long>(kChunks / 5) - turnsSeen;
+  std::printf("first to last of %zu chunks: %.0f ms (%ld chunks in at the start)\n", kChunks,
+              span * 1000, seen);
+  ASSERT_GE(turnsLeft, 3) << "the upload was nearly done before the test saw it start";
+  EXPECT_GE(span, 0.020 * static_cast<double>(turnsLeft - 1));
   EXPECT_LE(span, 0.6 * qxtest::kSanitizerSlowdown);
   EXPECT_TRUE(Capture::Get().WaitEvent(QXNET_EV_UPGRADE_FINISHED, 1, 10000));
 }
