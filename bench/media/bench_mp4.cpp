@@ -64,7 +64,7 @@ int main(int argc, char** argv) {
   std::string dir = argc > 1 ? argv[1] : ".";
   int seconds = argc > 2 ? std::atoi(argv[2]) : 600;
   VideoClip v = loadVideo("h264_1920x1080");
-  std::vector<Unit> aac = loadAudio("aac_8k.adts");
+  std::vector<Unit> aac = loadAudio("aac_16k.adts");
   Feed feed;
   feed.video = &v;
   feed.audio = &aac;

@@ -57,7 +57,7 @@ std::string bodyOf(const std::string& text) {
 std::string clipDir() {
   const char* e = getenv("QXNET_CLIP_DIR");
   if (e && *e) return e;
-  return std::string(getenv("HOME")) + "/.cache/qxnetsdk/clips-v1";
+  return std::string(getenv("HOME")) + "/.cache/qxnetsdk/clips-v2";
 }
 
 std::string readFile(const std::string& path) {

@@ -27,7 +27,7 @@ std::vector<unsigned char> readFile(const std::string& path);
 // "h264_320x240", "h265_1920x1080", ...
 VideoClip loadVideo(const std::string& name);
 // Audio frames of a clip: "pcmu_8k.ulaw" and "pcma_8k.alaw" in 40 ms frames of 320 bytes,
-// "aac_8k.adts" as ADTS frames.
+// "aac_16k.adts" as ADTS frames.
 std::vector<Unit> loadAudio(const std::string& file);
 
 // NAL units (without start codes) of an Annex B buffer.

@@ -2,7 +2,8 @@
 
 namespace mediatest {
 
-int audioFrameMs(unsigned char codec) { return codec == Mp4Writer::kAudioAac ? 128 : 40; }
+// The clips: AAC at 16 kHz (1024 samples = 64 ms a frame), G.711 in 40 ms chunks.
+int audioFrameMs(unsigned char codec) { return codec == Mp4Writer::kAudioAac ? 64 : 40; }
 
 namespace {
 

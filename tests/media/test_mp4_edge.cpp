@@ -314,7 +314,7 @@ TEST_F(Mp4Edge, FramesBeforeTheFirstKeyFrameAreLeftOut) {
 }
 
 TEST_F(Mp4Edge, TimestampsThatWrapKeepCounting) {
-  std::vector<Unit> aac = loadAudio("aac_8k.adts");
+  std::vector<Unit> aac = loadAudio("aac_16k.adts");
   feed.audio = &aac;
   feed.audioCodec = Mp4Writer::kAudioAac;
   feed.t0 = 0xFFFFFFFFu - 1500;  // wraps 1.5 s in
@@ -328,7 +328,7 @@ TEST_F(Mp4Edge, TimestampsThatWrapKeepCounting) {
   EXPECT_EQ(v->frames, 100);
   EXPECT_NEAR(v->duration, 4.0, 0.002);
   EXPECT_EQ(a->packets, fed.audioFrames);
-  EXPECT_NEAR(a->duration, fed.audioFrames * 0.128, 0.002);
+  EXPECT_NEAR(a->duration, fed.audioFrames * 0.064, 0.002);
   EXPECT_NEAR(a->start, v->start, 0.1);
 }
 

@@ -57,7 +57,7 @@ TEST_P(Mp4Matrix, PlaysWithWhatWasWritten) {
   }
   ASSERT_NE(a, nullptr) << p.raw;
   EXPECT_EQ(a->codec, c.audioCodecName);
-  EXPECT_EQ(a->sampleRate, 8000);
+  EXPECT_EQ(a->sampleRate, c.audioCodec == Mp4Writer::kAudioAac ? 16000 : 8000);
   EXPECT_NEAR(a->duration, fed.audioFrames * audioFrameMs(c.audioCodec) / 1000.0, 0.002);
   EXPECT_LE(std::fabs(a->start - v->start), 0.1);
   if (c.audioCodec == Mp4Writer::kAudioAac) {
@@ -75,13 +75,13 @@ INSTANTIATE_TEST_SUITE_P(
     Codecs, Mp4Matrix,
     ::testing::Values(Case{"h264_320x240", "pcmu_8k.ulaw", kU, "h264", "pcm_mulaw", 320, 240},
                       Case{"h264_320x240", "pcma_8k.alaw", kA, "h264", "pcm_alaw", 320, 240},
-                      Case{"h264_320x240", "aac_8k.adts", kAac, "h264", "aac", 320, 240},
+                      Case{"h264_320x240", "aac_16k.adts", kAac, "h264", "aac", 320, 240},
                       Case{"h264_320x240", nullptr, kNo, "h264", "", 320, 240},
                       Case{"h265_320x240", "pcmu_8k.ulaw", kU, "hevc", "pcm_mulaw", 320, 240},
                       Case{"h265_320x240", "pcma_8k.alaw", kA, "hevc", "pcm_alaw", 320, 240},
-                      Case{"h265_320x240", "aac_8k.adts", kAac, "hevc", "aac", 320, 240},
+                      Case{"h265_320x240", "aac_16k.adts", kAac, "hevc", "aac", 320, 240},
                       Case{"h265_320x240", nullptr, kNo, "hevc", "", 320, 240},
-                      Case{"h264_1920x1080", "aac_8k.adts", kAac, "h264", "aac", 1920, 1080},
+                      Case{"h264_1920x1080", "aac_16k.adts", kAac, "h264", "aac", 1920, 1080},
                       Case{"h265_1920x1080", "pcmu_8k.ulaw", kU, "hevc", "pcm_mulaw", 1920, 1080}));
 
 }  // namespace

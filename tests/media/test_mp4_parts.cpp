@@ -22,7 +22,7 @@ class Mp4Parts : public Mp4LogTest {
     Mp4LogTest::SetUp();
     h264 = loadVideo("h264_320x240");
     h265 = loadVideo("h265_320x240");
-    aac = loadAudio("aac_8k.adts");
+    aac = loadAudio("aac_16k.adts");
     feed.video = &h264;
     feed.audio = &aac;
     feed.audioCodec = Mp4Writer::kAudioAac;
@@ -184,7 +184,8 @@ TEST_F(Mp4Parts, KilledWriterLeavesAFileThatPlaysToItsLastFragment) {
   ProbeInfo p = checkedProbe(path);
   EXPECT_EQ(videoFrames(p), 125);
   ASSERT_NE(p.find("audio"), nullptr);
-  EXPECT_EQ(p.find("audio")->packets, 40);  // AAC frames 0..39 came before key frame 125 (5.0 s)
+  // The AAC frames stamped before key frame 125 (5.0 s), 64 ms apart: 0..78.
+  EXPECT_EQ(p.find("audio")->packets, (5000 + 63) / 64);
   EXPECT_NEAR(p.find("video")->duration, 5.0, 0.002);
 }
 

@@ -13,10 +13,10 @@ namespace devsim {
 
 namespace {
 
-// 8 kHz audio: G.711 in 40 ms chunks (one per video frame); AAC frames hold 1024 samples.
+// G.711 at 8 kHz in 40 ms chunks (one per video frame); AAC at 16 kHz, 1024 samples a frame.
 constexpr size_t kG711Bytes = 320;
 constexpr int kG711Ms = 40;
-constexpr int kAacMs = 128;
+constexpr int kAacMs = 64;
 
 bool readWhole(const std::string& path, std::string& out) {
   std::ifstream f(path, std::ios::binary);
@@ -34,7 +34,7 @@ std::string defaultClipDir() {
   if (env && *env) return env;
   if (*QXNET_CLIP_DIR_DEFAULT) return QXNET_CLIP_DIR_DEFAULT;
   const char* home = getenv("HOME");
-  return std::string(home ? home : ".") + "/.cache/qxnetsdk/clips-v1";
+  return std::string(home ? home : ".") + "/.cache/qxnetsdk/clips-v2";
 }
 
 const Clip* ClipStore::video(const std::string& codec, const std::string& size, std::string& err) {
@@ -46,7 +46,7 @@ const Clip* ClipStore::video(const std::string& codec, const std::string& size, 
 const Clip* ClipStore::audio(const std::string& codec, std::string& err) {
   if (codec == "pcmu") return load("pcmu_8k.ulaw", codec, err);
   if (codec == "pcma") return load("pcma_8k.alaw", codec, err);
-  if (codec == "aac") return load("aac_8k.adts", codec, err);
+  if (codec == "aac") return load("aac_16k.adts", codec, err);
   return err = "unknown audio codec " + codec, nullptr;
 }
 

@@ -61,13 +61,16 @@ std::string videoParam(const Clip& video, int layout) {
   return base64(b, layout == static_cast<int>(kVideoBlockSize537));
 }
 
+// The clips' rates (scripts/make-clips): G.711 at 8 kHz, AAC at 16 kHz.
+uint32_t audioSampleRate(const std::string& codec) { return codec == "aac" ? 16000 : 8000; }
+
 std::string audioParam(const Clip& audio, int layout) {
   using namespace streamparam;
   const char* name = audioCodecName(audio.codec);
   if (layout == static_cast<int>(kAudioCompactSize)) {
     std::string b(kAudioCompactSize, '\0');
     memcpy(&b[0], name, strlen(name));
-    putU32(b, kAudioCompactSampleRate, 8000);
+    putU32(b, kAudioCompactSampleRate, audioSampleRate(audio.codec));
     putU32(b, kAudioCompactBitsPerSample, 16);
     putU32(b, kAudioCompactCodec, static_cast<uint32_t>(audioCodecNumber(audio.codec)));
     putU32(b, kAudioCompactChannels, 1);
@@ -75,7 +78,7 @@ std::string audioParam(const Clip& audio, int layout) {
   }
   std::string b(kAudioBlockSize, '\0');
   memcpy(&b[0], name, strlen(name));
-  putU32(b, kAudioSampleRateOffset, 8000);
+  putU32(b, kAudioSampleRateOffset, audioSampleRate(audio.codec));
   putU32(b, kAudioBitsPerSampleOffset, 16);
   putU32(b, kAudioCodecOffset, static_cast<uint32_t>(audioCodecNumber(audio.codec)));
   putU32(b, kAudioChannelsOffset, 1);
