@@ -75,14 +75,21 @@ killed_download() {
   file="$dir/span.mp4"
   "$qxnet" 127.0.0.1 "$DEVSIM_PORT" admin admin download 1 "${day}000010" "${day}000110" "$file" \
     --timeout 120 >"$dir/qxnet.log" 2>&1 &
-  local pid=$!
-  sleep 4.5
+  local pid=$! frames=0
+  # Killed once two seconds of fragments are on disk, however slowly the machine runs.
+  for _ in $(seq 120); do
+    sleep 0.25
+    frames="$(ffprobe -v quiet -count_packets -select_streams v -show_entries stream=nb_read_packets \
+      -of csv=p=0 "$file" 2>/dev/null || true)"
+    [ "${frames:-0}" -ge 50 ] 2>/dev/null && break
+  done
+  kill -0 "$pid" 2>/dev/null || fail "killed download: qxnet ended before the kill ($(cat "$dir/qxnet.log"))"
   kill -9 "$pid"; wait "$pid" 2>/dev/null || true
   [ -s "$file" ] || fail "killed download left no file"
   decodes_silently "$file"
-  local frames; frames="$(probe "$file" v nb_read_frames)"
-  # Four seconds of real time at 25 fps: the fragments up to the last key frame are on disk.
-  [ "$frames" -ge 50 ] && [ "$frames" -le 125 ] || fail "killed download: $frames pictures on disk"
+  frames="$(probe "$file" v nb_read_frames)"
+  # A minute of real time was asked for: the file holds what came before the kill, whole.
+  [ "$frames" -ge 50 ] && [ "$frames" -lt 1500 ] || fail "killed download: $frames pictures on disk"
   echo "ok   killed midway: $frames pictures decode"
   kill "$DEVSIM_PID"; wait "$DEVSIM_PID" 2>/dev/null || true
 }
