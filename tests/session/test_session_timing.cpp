@@ -152,13 +152,16 @@ TEST_F(Timing, UploadChunksGoOutFiveATurnEveryTwentyMilliseconds) {
   ASSERT_EQ(first.rfind("OK", 0), 0u) << first;
   ASSERT_EQ(last.rfind("OK", 0), 0u) << last;
   // The first answer may come late on a loaded machine, with more than the first turn in:
-  // count only the turns still to come after the one it saw, less one for the late answer.
+  // count only the turns still to come after the one it saw, less two for how late the answer
+  // reached this thread (the worker never catches up: each turn starts more than 20 ms after
+  // the one before began, so late turns cannot shorten the span). An unpaced worker sends
+  // all fifty chunks within a few milliseconds.
   long seen = std::atol(first.c_str() + 3);
   long turnsSeen = (seen + 4) / 5, turnsLeft = static_cast<long>(kChunks / 5) - turnsSeen;
   std::printf("first to last of %zu chunks: %.0f ms (%ld chunks in at the start)\n", kChunks,
               span * 1000, seen);
-  ASSERT_GE(turnsLeft, 3) << "the upload was nearly done before the test saw it start";
-  EXPECT_GE(span, 0.020 * static_cast<double>(turnsLeft - 1));
+  ASSERT_GE(turnsLeft, 4) << "the upload was nearly done before the test saw it start";
+  EXPECT_GE(span, 0.020 * static_cast<double>(turnsLeft - 2));
   EXPECT_LE(span, 0.6 * qxtest::kSanitizerSlowdown);
   EXPECT_TRUE(Capture::Get().WaitEvent(QXNET_EV_UPGRADE_FINISHED, 1, 10000));
 }
