@@ -32,8 +32,11 @@ CSearchHostFacts::CSearchHostFacts() { memset(m_szHostAddr, 0, sizeof m_szHostAd
 int CSearchHostFacts::GetOneIPAddress(CSearchIPC& search, char* strResult, int nSize) {
   std::set<uint32_t> known;
   if (strResult && nSize >= 33) known = KnownDeviceAddresses(search);
+  // Skipped before any probe: the table's devices and the addresses this process handed out.
+  CAssignedAddrs& assigned = search.Assigned();
   return ::GetOneIPAddress(
-      m_szHostAddr, [&known](uint32_t a) { return known.count(a) != 0; }, strResult, nSize);
+      m_szHostAddr, [&known, &assigned](uint32_t a) { return known.count(a) != 0 || assigned.Contains(a); },
+      strResult, nSize);
 }
 
 int CSearchHostFacts::GetNetworkParam(long index, char* strResult, int size) {

@@ -76,10 +76,6 @@ int CSearchIPC::GetIPCInfo(long index, __NetSDK_IPC_ENTRYV2* out) { return m_tab
 int CSearchIPC::GetIPCInfoXML(long index, char* buf, int size) { return m_table.GetIPCInfoXML(index, buf, size); }
 int CSearchIPC::ClearIPCInfo() { return m_table.Clear(); }
 
-// Host facts and the free-address probe come with the host network layer.
-int CSearchIPC::GetOneIPAddress(char*, int) { return QXNET_E_NOT_AVAILABLE; }
-int CSearchIPC::GetNetworkParam(long, char*, int) { return QXNET_E_NOT_AVAILABLE; }
-
 void CSearchIPC::RefreshHostAddrs() {
   SearchNetwork net = CurrentSearchNetwork();
   std::lock_guard<std::mutex> h(m_hostLock);

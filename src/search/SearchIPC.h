@@ -36,8 +36,6 @@ class CSearchIPC {
   int ModifyIPC(long index, __NetSDK_IPC_ENTRYV2* entry);
   int ModifyIPCXML(long index, const char* xml);
   int RestoreIPC(long index, __NetSDK_IPC_ENTRYV2* entry);
-  int GetOneIPAddress(char* strResult, int nSize);
-  int GetNetworkParam(long index, char* strResult, int size);
 
   // Formats one request; sends it at once on a one-shot socket when no worker runs
   // (the send's result), else queues it for the worker (0).

@@ -293,4 +293,26 @@ TEST_F(LanDiscovery, FreeAddressSkipsFoundDevices) {
   EXPECT_STREQ("10.77.0.250", buf);
 }
 
+// An address handed to a device by a restore stays out of the free-address answer even after
+// the device has moved elsewhere: nothing in the table holds it any more, only the list of
+// addresses this process gave out.
+TEST_F(LanDiscovery, FreeAddressSkipsAddressesHandedOut) {
+  Start(1);
+  if (IsSkipped() || HasFatalFailure()) return;
+  ASSERT_TRUE(events_.WaitCount(1, 1, 5000));
+  auto d = Device(0);
+  long slot = SlotOf(d["uid"]);
+  ASSERT_GE(slot, 0);
+  __NetSDK_IPC_ENTRYV2 e = Entry(slot);
+  snprintf(e.lanCfg.szIP, sizeof e.lanCfg.szIP, "10.77.0.251");  // the first free address
+  EXPECT_EQ(0, QXNet_Loc_RestoreIPC(slot, &e));
+  ASSERT_TRUE(events_.WaitCount(4, 1, 5000));
+  // The simulated device goes back to its factory address, and the table follows it.
+  ASSERT_TRUE(AnswerUntil([&] { return std::string(Entry(slot).lanCfg.szIP) == d["ip"]; }, 5000));
+  ASSERT_NE("10.77.0.251", d["ip"]);
+  char buf[64] = {0};
+  EXPECT_EQ(11, QXNet_Loc_GetOneIPAddress(buf, sizeof buf));
+  EXPECT_STREQ("10.77.0.250", buf);
+}
+
 }  // namespace
