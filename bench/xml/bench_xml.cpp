@@ -55,8 +55,8 @@ int main(int argc, char** argv) {
 
   const std::string answer =
       "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<PrivateProto>\n<head>\n<type>10000</type>\n<cmd>14002</cmd>\n"
-      "<result>0</result>\n</head>\n<body>\n<NetConfig>\n<IPAddress>192.168.1.64</IPAddress>\n"
-      "<SubnetMask>255.255.255.0</SubnetMask>\n<Gateway>192.168.1.1</Gateway>\n<HttpPort>80</HttpPort>\n"
+      "<result>0</result>\n</head>\n<body>\n<NetConfig>\n<IPAddress>127.168.1.64</IPAddress>\n"
+      "<SubnetMask>255.255.255.0</SubnetMask>\n<Gateway>127.168.1.1</Gateway>\n<HttpPort>80</HttpPort>\n"
       "</NetConfig>\n</body>\n</PrivateProto>";
   const std::string media =
       "<?xml version=\"1.0\" encoding=\"utf-8\" ?><PrivateProto><head><type>90000</type><cmd>90001</cmd>"

@@ -86,7 +86,7 @@ seed alarm_private
 { printf '<?xml version="1.0" encoding="utf-8" ?>\n<PRIVATE_PROTO>\n'; alarm_items; printf '\n</PRIVATE_PROTO>'; } > "$tmp/a"
 frame "$tmp/a"
 seed config_answer;       msg 40000 14002 0 '<NetConfig>
-<IPAddress>192.168.1.64</IPAddress>
+<IPAddress>127.168.1.64</IPAddress>
 <HttpPort>80</HttpPort>
 </NetConfig>'
 seed config_answer_10000; msg 10000 14002 0 '<OSDConfig Title="Gate &amp; yard" Time="1"/>'

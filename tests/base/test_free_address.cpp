@@ -38,82 +38,82 @@ struct Probe {
 };
 
 TEST(FreeAddress, WalksDownFrom254) {
-  Host h("10.1.2.7", "10.1.2.1");
+  Host h("127.1.2.7", "127.1.2.1");
   Probe p;
-  p.free = {A("10.1.2.252")};
+  p.free = {A("127.1.2.252")};
   char out[64];
-  EXPECT_EQ(10, GetOneIPAddressWith(h.a, nullptr, p.Fn(), false, out, sizeof out));
-  EXPECT_STREQ("10.1.2.252", out);
-  EXPECT_EQ((std::vector<std::string>{"10.1.2.254", "10.1.2.253", "10.1.2.252"}), p.probed);
+  EXPECT_EQ(11, GetOneIPAddressWith(h.a, nullptr, p.Fn(), false, out, sizeof out));
+  EXPECT_STREQ("127.1.2.252", out);
+  EXPECT_EQ((std::vector<std::string>{"127.1.2.254", "127.1.2.253", "127.1.2.252"}), p.probed);
 }
 
 TEST(FreeAddress, HostOn254IsSkippedAnd253ProbedFirst) {
-  Host h("10.1.2.254", "10.1.2.1");
+  Host h("127.1.2.254", "127.1.2.1");
   Probe p;
-  p.free = {A("10.1.2.253")};
+  p.free = {A("127.1.2.253")};
   char out[64];
   EXPECT_GT(GetOneIPAddressWith(h.a, nullptr, p.Fn(), false, out, sizeof out), 0);
-  EXPECT_EQ("10.1.2.253", p.probed.at(0));
-  EXPECT_STREQ("10.1.2.253", out);
+  EXPECT_EQ("127.1.2.253", p.probed.at(0));
+  EXPECT_STREQ("127.1.2.253", out);
 }
 
 TEST(FreeAddress, GatewayKnownAndHandedOutAddressesCostNoProbe) {
-  Host h("10.1.2.7", "10.1.2.254");
-  std::set<uint32_t> taken = {A("10.1.2.253"), A("10.1.2.252")};
+  Host h("127.1.2.7", "127.1.2.254");
+  std::set<uint32_t> taken = {A("127.1.2.253"), A("127.1.2.252")};
   Probe p;
-  p.free = {A("10.1.2.254"), A("10.1.2.253"), A("10.1.2.252"), A("10.1.2.251")};
+  p.free = {A("127.1.2.254"), A("127.1.2.253"), A("127.1.2.252"), A("127.1.2.251")};
   char out[64];
   GetOneIPAddressWith(h.a, [&](uint32_t a) { return taken.count(a) != 0; }, p.Fn(), false, out, sizeof out);
-  EXPECT_STREQ("10.1.2.251", out);
-  EXPECT_EQ(std::vector<std::string>{"10.1.2.251"}, p.probed);
+  EXPECT_STREQ("127.1.2.251", out);
+  EXPECT_EQ(std::vector<std::string>{"127.1.2.251"}, p.probed);
 }
 
 TEST(FreeAddress, ProbeErrorsCountAsNotUsable) {
-  Host h("10.1.2.7", "10.1.2.1");
+  Host h("127.1.2.7", "127.1.2.1");
   Probe p;
   p.other = -1;
-  p.free = {A("10.1.2.250")};
+  p.free = {A("127.1.2.250")};
   char out[64];
   GetOneIPAddressWith(h.a, nullptr, p.Fn(), false, out, sizeof out);
-  EXPECT_STREQ("10.1.2.250", out);
+  EXPECT_STREQ("127.1.2.250", out);
   EXPECT_EQ(5u, p.probed.size());
 }
 
 TEST(FreeAddress, AllRejectedGivesTheHostsOwnAddressWithoutALogLine) {
   hostlog::Capture cap;
-  Host h("10.1.2.7", "10.1.2.1");
+  Host h("127.1.2.7", "127.1.2.1");
   Probe p;
   char out[64];
-  EXPECT_EQ(8, GetOneIPAddressWith(h.a, nullptr, p.Fn(), false, out, sizeof out));
-  EXPECT_STREQ("10.1.2.7", out);
+  EXPECT_EQ(9, GetOneIPAddressWith(h.a, nullptr, p.Fn(), false, out, sizeof out));
+  EXPECT_STREQ("127.1.2.7", out);
   EXPECT_EQ(252u, p.probed.size());  // 254 candidates less the host and the gateway
-  EXPECT_EQ("10.1.2.1" == p.probed.back(), false);
-  EXPECT_EQ("10.1.2.2", p.probed.back());
+  EXPECT_EQ("127.1.2.1" == p.probed.back(), false);
+  EXPECT_EQ("127.1.2.2", p.probed.back());
   for (const std::string& l : hostlog::Lines()) EXPECT_EQ(std::string::npos, l.find("got one ip"));
 }
 
 TEST(FreeAddress, AnswerIsLogged) {
   hostlog::Capture cap;
-  Host h("10.1.2.7", "10.1.2.1");
+  Host h("127.1.2.7", "127.1.2.1");
   Probe p;
-  p.free = {A("10.1.2.254")};
+  p.free = {A("127.1.2.254")};
   char out[64];
   GetOneIPAddressWith(h.a, nullptr, p.Fn(), false, out, sizeof out);
-  EXPECT_EQ(1, cap.Count("[CSearchIPC] got one ip: 10.1.2.254\n"));
+  EXPECT_EQ(1, cap.Count("[CSearchIPC] got one ip: 127.1.2.254\n"));
 }
 
 TEST(FreeAddress, BufferChecks) {
   hostlog::Capture cap;
-  Host h("10.1.2.7", "10.1.2.1");
+  Host h("127.1.2.7", "127.1.2.1");
   Probe p;
-  p.free = {A("10.1.2.254")};
+  p.free = {A("127.1.2.254")};
   char out[64];
   EXPECT_EQ(-8999996, GetOneIPAddressWith(h.a, nullptr, p.Fn(), false, out, 32));
   EXPECT_EQ(1, cap.Count("[CSearchIPC] nSize less than 33 \n"));
   EXPECT_EQ(-8999996, GetOneIPAddressWith(h.a, nullptr, p.Fn(), false, nullptr, 64));
   EXPECT_EQ(1, cap.Count("[CSearchIPC] strResult is null \n"));
   EXPECT_TRUE(p.probed.empty());
-  EXPECT_EQ(10, GetOneIPAddressWith(h.a, nullptr, p.Fn(), false, out, 33));
+  EXPECT_EQ(11, GetOneIPAddressWith(h.a, nullptr, p.Fn(), false, out, 33));
 }
 
 TEST(FreeAddress, NoHostAddressProbesNothing) {

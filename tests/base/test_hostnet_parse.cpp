@@ -18,29 +18,29 @@ uint32_t A(const char* t) { return inet_addr(t); }
 
 const char* kRoute =
     "Iface\tDestination\tGateway \tFlags\tRefCnt\tUse\tMetric\tMask\t\tMTU\tWindow\tIRTT\n"
-    "eth1\t00000000\t0102A8C0\t0003\t0\t0\t100\t00000000\t0\t0\t0\n"
-    "eth0\t0000A8C0\t00000000\t0001\t0\t0\t0\t00FFFFFF\t0\t0\t0\n"
-    "eth0\t00000000\t0100A8C0\t0003\t0\t0\t0\t00000000\t0\t0\t0\n"
-    "eth0\t00000000\t0200A8C0\t0003\t0\t0\t50\t00000000\t0\t0\t0\n";
+    "eth1\t00000000\t0102A87F\t0003\t0\t0\t100\t00000000\t0\t0\t0\n"
+    "eth0\t0000A87F\t00000000\t0001\t0\t0\t0\t00FFFFFF\t0\t0\t0\n"
+    "eth0\t00000000\t0100A87F\t0003\t0\t0\t0\t00000000\t0\t0\t0\n"
+    "eth0\t00000000\t0200A87F\t0003\t0\t0\t50\t00000000\t0\t0\t0\n";
 
 TEST(RouteFile, DefaultGatewayOfTheNamedInterface) {
-  EXPECT_EQ(A("192.168.0.1"), ParseDefaultGateway(kRoute, "eth0"));
-  EXPECT_EQ(A("192.168.2.1"), ParseDefaultGateway(kRoute, "eth1"));
+  EXPECT_EQ(A("127.168.0.1"), ParseDefaultGateway(kRoute, "eth0"));
+  EXPECT_EQ(A("127.168.2.1"), ParseDefaultGateway(kRoute, "eth1"));
   EXPECT_EQ(0u, ParseDefaultGateway(kRoute, "eth2"));
 }
 
 TEST(RouteFile, SubnetRoutesAndDownRoutesAreNotDefaults) {
   const char* t =
       "Iface\tDestination\tGateway \tFlags\tRefCnt\tUse\tMetric\tMask\n"
-      "eth0\t0000A8C0\t0100A8C0\t0003\t0\t0\t0\t00FFFFFF\n"   // a subnet via a gateway
-      "eth0\t00000000\t0900A8C0\t0002\t0\t0\t0\t00000000\n";  // default, not up
+      "eth0\t0000A87F\t0100A87F\t0003\t0\t0\t0\t00FFFFFF\n"   // a subnet via a gateway
+      "eth0\t00000000\t0900A87F\t0002\t0\t0\t0\t00000000\n";  // default, not up
   EXPECT_EQ(0u, ParseDefaultGateway(t, "eth0"));
 }
 
 TEST(RouteFile, OnLinkDefaultHasNoGatewayAndGarbageIsSkipped) {
   const char* t =
       "Iface\tDestination\tGateway \tFlags\tRefCnt\tUse\tMetric\tMask\n"
-      "eth0\tzz\t0100A8C0\t0003\t0\t0\t0\t00000000\n"
+      "eth0\tzz\t0100A87F\t0003\t0\t0\t0\t00000000\n"
       "eth0\t00000000\t00000000\t0001\t0\t0\t0\t00000000\n"
       "short line\n";
   EXPECT_EQ(0u, ParseDefaultGateway(t, "eth0"));
@@ -49,22 +49,22 @@ TEST(RouteFile, OnLinkDefaultHasNoGatewayAndGarbageIsSkipped) {
 
 TEST(ResolvConf, Ipv4NameserversInOrder) {
   const char* t =
-      "# comment\nsearch example\nnameserver 10.0.0.53\n  nameserver\t10.0.0.54 \n"
-      "nameserver fe80::1\nnameserver 300.1.1.1\nnameserverx 1.1.1.1\nnameserver 10.0.0.55\n";
+      "# comment\nsearch example\nnameserver 127.0.0.53\n  nameserver\t127.0.0.54 \n"
+      "nameserver fe80::1\nnameserver 300.1.1.1\nnameserverx 1.1.1.1\nnameserver 127.0.0.55\n";
   std::vector<std::string> v = ParseResolvNameservers(t);
   ASSERT_EQ(3u, v.size());
-  EXPECT_EQ("10.0.0.53", v[0]);
-  EXPECT_EQ("10.0.0.54", v[1]);
-  EXPECT_EQ("10.0.0.55", v[2]);
+  EXPECT_EQ("127.0.0.53", v[0]);
+  EXPECT_EQ("127.0.0.54", v[1]);
+  EXPECT_EQ("127.0.0.55", v[2]);
   EXPECT_TRUE(ParseResolvNameservers("").empty());
 }
 
 TEST(InterfaceAddress, TheOneOnTheGatewaysNetworkWins) {
-  std::vector<HostIfAddr> a = {{A("10.1.0.5"), A("255.255.0.0")}, {A("192.168.7.9"), A("255.255.255.0")}};
-  EXPECT_EQ(1, ChooseInterfaceAddress(a, A("192.168.7.1")));
-  EXPECT_EQ(0, ChooseInterfaceAddress(a, A("10.1.200.1")));
-  EXPECT_EQ(0, ChooseInterfaceAddress(a, A("172.16.0.1")));  // none: the first
-  EXPECT_EQ(-1, ChooseInterfaceAddress({}, A("172.16.0.1")));
+  std::vector<HostIfAddr> a = {{A("127.1.0.5"), A("255.255.0.0")}, {A("127.168.7.9"), A("255.255.255.0")}};
+  EXPECT_EQ(1, ChooseInterfaceAddress(a, A("127.168.7.1")));
+  EXPECT_EQ(0, ChooseInterfaceAddress(a, A("127.1.200.1")));
+  EXPECT_EQ(0, ChooseInterfaceAddress(a, A("127.16.0.1")));  // none: the first
+  EXPECT_EQ(-1, ChooseInterfaceAddress({}, A("127.16.0.1")));
 }
 
 TEST(InterfaceAddress, LabelsNameTheirInterface) {
@@ -75,24 +75,24 @@ TEST(InterfaceAddress, LabelsNameTheirInterface) {
 
 HostAddrs& Filled() {
   static HostAddrs a;
-  snprintf(a[0], 32, "10.9.0.7");
+  snprintf(a[0], 32, "127.9.0.7");
   snprintf(a[1], 32, "255.255.255.0");
-  snprintf(a[2], 32, "10.9.0.1");
-  snprintf(a[3], 32, "10.9.0.53");
+  snprintf(a[2], 32, "127.9.0.1");
+  snprintf(a[3], 32, "127.9.0.53");
   a[4][0] = '\0';
   return a;
 }
 
 TEST(NetworkParam, EachFactByIndex) {
   char buf[64];
-  EXPECT_EQ(8, GetNetworkParam(Filled(), 0, buf, sizeof buf));
-  EXPECT_STREQ("10.9.0.7", buf);
+  EXPECT_EQ(9, GetNetworkParam(Filled(), 0, buf, sizeof buf));
+  EXPECT_STREQ("127.9.0.7", buf);
   EXPECT_EQ(13, GetNetworkParam(Filled(), 1, buf, sizeof buf));
   EXPECT_STREQ("255.255.255.0", buf);
-  EXPECT_EQ(8, GetNetworkParam(Filled(), 2, buf, sizeof buf));
-  EXPECT_STREQ("10.9.0.1", buf);
-  EXPECT_EQ(9, GetNetworkParam(Filled(), 3, buf, sizeof buf));
-  EXPECT_STREQ("10.9.0.53", buf);
+  EXPECT_EQ(9, GetNetworkParam(Filled(), 2, buf, sizeof buf));
+  EXPECT_STREQ("127.9.0.1", buf);
+  EXPECT_EQ(10, GetNetworkParam(Filled(), 3, buf, sizeof buf));
+  EXPECT_STREQ("127.9.0.53", buf);
 }
 
 TEST(NetworkParam, OneDnsServerGivesAnEmptySecond) {
@@ -115,9 +115,9 @@ TEST(NetworkParam, BadIndexesAndNullBuffer) {
 
 TEST(NetworkParam, TextMustFitWithItsNul) {
   char buf[16];
-  EXPECT_EQ(-100, GetNetworkParam(Filled(), 0, buf, 8));  // 8 chars need 9 bytes
-  EXPECT_EQ(8, GetNetworkParam(Filled(), 0, buf, 9));
-  EXPECT_STREQ("10.9.0.7", buf);
+  EXPECT_EQ(-100, GetNetworkParam(Filled(), 0, buf, 9));  // 9 chars need 10 bytes
+  EXPECT_EQ(9, GetNetworkParam(Filled(), 0, buf, 10));
+  EXPECT_STREQ("127.9.0.7", buf);
 }
 
 // The file sources: DNS from the resolver file even when no interface leads outward.
@@ -126,7 +126,7 @@ TEST(NetworkConfig, DnsFromTheResolverFile) {
   int fd = mkstemp(path);
   ASSERT_GE(fd, 0);
   close(fd);
-  std::ofstream(path) << "nameserver 10.3.3.3\nnameserver 10.4.4.4\nnameserver 10.5.5.5\n";
+  std::ofstream(path) << "nameserver 127.3.3.3\nnameserver 127.4.4.4\nnameserver 127.5.5.5\n";
   hostlog::Capture cap;
   HostAddrs a = {};
   HostNetSources src;
@@ -134,11 +134,11 @@ TEST(NetworkConfig, DnsFromTheResolverFile) {
   src.outwardProbe = "not an address";  // no route lookup at all: entries 0-2 stay
   snprintf(a[0], 32, "keep");
   EXPECT_EQ(1, GetNetworkConfigFrom(a, src));
-  EXPECT_STREQ("10.3.3.3", a[3]);
-  EXPECT_STREQ("10.4.4.4", a[4]);
+  EXPECT_STREQ("127.3.3.3", a[3]);
+  EXPECT_STREQ("127.4.4.4", a[4]);
   EXPECT_STREQ("keep", a[0]);
-  EXPECT_EQ(1, cap.Count("[CSearchIPC] DNS1: 10.3.3.3\n"));
-  EXPECT_EQ(1, cap.Count("[CSearchIPC] DNS2: 10.4.4.4\n"));
+  EXPECT_EQ(1, cap.Count("[CSearchIPC] DNS1: 127.3.3.3\n"));
+  EXPECT_EQ(1, cap.Count("[CSearchIPC] DNS2: 127.4.4.4\n"));
   unlink(path);
 }
 

@@ -61,32 +61,32 @@ std::vector<uint8_t> RawReply(const char* src, uint8_t type, int ihlWords = 5, i
 }
 
 TEST(EchoAnswer, RawFormReadsTheIpHeader) {
-  std::vector<uint8_t> p = RawReply("10.0.0.9", 0);
+  std::vector<uint8_t> p = RawReply("127.0.0.9", 0);
   // The socket's own idea of the sender does not matter in the raw form.
-  EXPECT_EQ(ECHO_REPLY, ClassifyEchoAnswer(p.data(), (int)p.size(), true, A("1.1.1.1"), A("10.0.0.9")));
-  EXPECT_EQ(ECHO_NOT_FROM_DEST, ClassifyEchoAnswer(p.data(), (int)p.size(), true, A("10.0.0.9"), A("10.0.0.8")));
-  std::vector<uint8_t> req = RawReply("10.0.0.9", 8);
-  EXPECT_EQ(ECHO_NOT_REPLY, ClassifyEchoAnswer(req.data(), (int)req.size(), true, 0, A("10.0.0.9")));
+  EXPECT_EQ(ECHO_REPLY, ClassifyEchoAnswer(p.data(), (int)p.size(), true, A("1.1.1.1"), A("127.0.0.9")));
+  EXPECT_EQ(ECHO_NOT_FROM_DEST, ClassifyEchoAnswer(p.data(), (int)p.size(), true, A("127.0.0.9"), A("127.0.0.8")));
+  std::vector<uint8_t> req = RawReply("127.0.0.9", 8);
+  EXPECT_EQ(ECHO_NOT_REPLY, ClassifyEchoAnswer(req.data(), (int)req.size(), true, 0, A("127.0.0.9")));
   // With IP options the ICMP header begins later.
-  std::vector<uint8_t> opt = RawReply("10.0.0.9", 0, 6);
-  EXPECT_EQ(ECHO_REPLY, ClassifyEchoAnswer(opt.data(), (int)opt.size(), true, 0, A("10.0.0.9")));
+  std::vector<uint8_t> opt = RawReply("127.0.0.9", 0, 6);
+  EXPECT_EQ(ECHO_REPLY, ClassifyEchoAnswer(opt.data(), (int)opt.size(), true, 0, A("127.0.0.9")));
   opt[20] = 0xAA;  // where a 20-byte header would put the type: must not be read
-  EXPECT_EQ(ECHO_REPLY, ClassifyEchoAnswer(opt.data(), (int)opt.size(), true, 0, A("10.0.0.9")));
+  EXPECT_EQ(ECHO_REPLY, ClassifyEchoAnswer(opt.data(), (int)opt.size(), true, 0, A("127.0.0.9")));
 }
 
 TEST(EchoAnswer, RawFormLengthBound) {
-  std::vector<uint8_t> p = RawReply("10.0.0.9", 0, 5, 7);  // header + 7: too short
-  EXPECT_EQ(ECHO_BAD_LENGTH, ClassifyEchoAnswer(p.data(), (int)p.size(), true, 0, A("10.0.0.9")));
-  EXPECT_EQ(ECHO_BAD_LENGTH, ClassifyEchoAnswer(p.data(), 12, true, 0, A("10.0.0.9")));
+  std::vector<uint8_t> p = RawReply("127.0.0.9", 0, 5, 7);  // header + 7: too short
+  EXPECT_EQ(ECHO_BAD_LENGTH, ClassifyEchoAnswer(p.data(), (int)p.size(), true, 0, A("127.0.0.9")));
+  EXPECT_EQ(ECHO_BAD_LENGTH, ClassifyEchoAnswer(p.data(), 12, true, 0, A("127.0.0.9")));
 }
 
 TEST(EchoAnswer, PingSocketFormHasNoIpHeader) {
   uint8_t m[8] = {0, 0, 0, 0, 0, 0, 0, 0};
-  EXPECT_EQ(ECHO_REPLY, ClassifyEchoAnswer(m, 8, false, A("10.0.0.9"), A("10.0.0.9")));
-  EXPECT_EQ(ECHO_NOT_FROM_DEST, ClassifyEchoAnswer(m, 8, false, A("10.0.0.7"), A("10.0.0.9")));
-  EXPECT_EQ(ECHO_BAD_LENGTH, ClassifyEchoAnswer(m, 7, false, A("10.0.0.9"), A("10.0.0.9")));
+  EXPECT_EQ(ECHO_REPLY, ClassifyEchoAnswer(m, 8, false, A("127.0.0.9"), A("127.0.0.9")));
+  EXPECT_EQ(ECHO_NOT_FROM_DEST, ClassifyEchoAnswer(m, 8, false, A("127.0.0.7"), A("127.0.0.9")));
+  EXPECT_EQ(ECHO_BAD_LENGTH, ClassifyEchoAnswer(m, 7, false, A("127.0.0.9"), A("127.0.0.9")));
   m[0] = 3;
-  EXPECT_EQ(ECHO_NOT_REPLY, ClassifyEchoAnswer(m, 8, false, A("10.0.0.9"), A("10.0.0.9")));
+  EXPECT_EQ(ECHO_NOT_REPLY, ClassifyEchoAnswer(m, 8, false, A("127.0.0.9"), A("127.0.0.9")));
 }
 
 // A socket that plays a script: per attempt, what the wait reports and what is read.
@@ -135,48 +135,48 @@ class ScriptedIo : public IIcmpIo {
 TEST(EchoProbe, SilentAddressIsUsableAfterFiveAttempts) {
   hostlog::Capture cap;
   ScriptedIo io(true, {});
-  EXPECT_EQ(1, RunEchoProbe(io, A("10.0.0.9")));
+  EXPECT_EQ(1, RunEchoProbe(io, A("127.0.0.9")));
   ASSERT_EQ(5u, io.sent.size());
   for (uint16_t i = 0; i < 5; ++i) {
     uint16_t id;
     memcpy(&id, io.sent[i].data() + 4, 2);
     EXPECT_EQ(i, id);
-    EXPECT_EQ(A("10.0.0.9"), io.dests[i]);
+    EXPECT_EQ(A("127.0.0.9"), io.dests[i]);
     EXPECT_EQ(100, io.waits[i]);
   }
-  EXPECT_EQ(1, cap.Count("[CSearchIPC] no replay recv, ip 10.0.0.9 is usable.\n"));
+  EXPECT_EQ(1, cap.Count("[CSearchIPC] no replay recv, ip 127.0.0.9 is usable.\n"));
 }
 
 TEST(EchoProbe, AnswerOnTheThirdAttemptAfterThreeSends) {
   hostlog::Capture cap;
-  ScriptedIo io(true, {{0, {}}, {0, {}}, {1, RawReply("10.0.0.9", 0)}});
-  EXPECT_EQ(0, RunEchoProbe(io, A("10.0.0.9")));
+  ScriptedIo io(true, {{0, {}}, {0, {}}, {1, RawReply("127.0.0.9", 0)}});
+  EXPECT_EQ(0, RunEchoProbe(io, A("127.0.0.9")));
   EXPECT_EQ(3u, io.sent.size());
-  EXPECT_EQ(1, cap.Count("[CSearchIPC]got replay from ip: 10.0.0.9\n"));
+  EXPECT_EQ(1, cap.Count("[CSearchIPC]got replay from ip: 127.0.0.9\n"));
 }
 
 TEST(EchoProbe, ReplyFromAnotherHostIsLoggedWithTheProbedAddressAndTheProbeGoesOn) {
   hostlog::Capture cap;
-  ScriptedIo io(true, {{1, RawReply("10.0.0.77", 0)}, {1, RawReply("10.0.0.9", 0)}});
-  EXPECT_EQ(0, RunEchoProbe(io, A("10.0.0.9")));
+  ScriptedIo io(true, {{1, RawReply("127.0.0.77", 0)}, {1, RawReply("127.0.0.9", 0)}});
+  EXPECT_EQ(0, RunEchoProbe(io, A("127.0.0.9")));
   EXPECT_EQ(2u, io.sent.size());
-  EXPECT_EQ(1, cap.Count("[CSearchIPC] recv packet not from dest ip, but from: 10.0.0.9\n"));
+  EXPECT_EQ(1, cap.Count("[CSearchIPC] recv packet not from dest ip, but from: 127.0.0.9\n"));
   EXPECT_EQ(std::vector<int>{100}, io.pauses);
 }
 
 TEST(EchoProbe, PingSocketFormTakesTheSenderFromTheSocket) {
   std::vector<uint8_t> reply(8, 0);
-  ScriptedIo other(false, {{1, reply, A("10.0.0.5")}});
-  EXPECT_EQ(1, RunEchoProbe(other, A("10.0.0.9")));
-  ScriptedIo same(false, {{1, reply, A("10.0.0.9")}});
-  EXPECT_EQ(0, RunEchoProbe(same, A("10.0.0.9")));
+  ScriptedIo other(false, {{1, reply, A("127.0.0.5")}});
+  EXPECT_EQ(1, RunEchoProbe(other, A("127.0.0.9")));
+  ScriptedIo same(false, {{1, reply, A("127.0.0.9")}});
+  EXPECT_EQ(0, RunEchoProbe(same, A("127.0.0.9")));
 }
 
 TEST(EchoProbe, OtherIcmpAndShortAnswersAreSkipped) {
   hostlog::Capture cap;
-  std::vector<uint8_t> shortOne = RawReply("10.0.0.9", 0, 5, 4);
-  ScriptedIo io(true, {{1, RawReply("10.0.0.9", 8)}, {1, shortOne}});
-  EXPECT_EQ(1, RunEchoProbe(io, A("10.0.0.9")));
+  std::vector<uint8_t> shortOne = RawReply("127.0.0.9", 0, 5, 4);
+  ScriptedIo io(true, {{1, RawReply("127.0.0.9", 8)}, {1, shortOne}});
+  EXPECT_EQ(1, RunEchoProbe(io, A("127.0.0.9")));
   EXPECT_EQ(1, cap.Count("[CSearchIPC]recv not icmp packet.\n"));
   EXPECT_EQ(1, cap.Count("[CSearchIPC] recv bad length.\n"));
   EXPECT_EQ(5u, io.sent.size());
@@ -186,26 +186,26 @@ TEST(EchoProbe, FailuresAndTheirCodes) {
   {
     hostlog::Capture cap;
     ScriptedIo io(true, {{-1, {}}});
-    EXPECT_EQ(-3, RunEchoProbe(io, A("10.0.0.9")));
+    EXPECT_EQ(-3, RunEchoProbe(io, A("127.0.0.9")));
     EXPECT_EQ(1, cap.Count("[CSearchIPC] select failed.\n"));
   }
   {
     hostlog::Capture cap;
     ScriptedIo io(true, {{-2, {}}});
-    EXPECT_EQ(-4, RunEchoProbe(io, A("10.0.0.9")));
+    EXPECT_EQ(-4, RunEchoProbe(io, A("127.0.0.9")));
     EXPECT_EQ(1, cap.Count("[CSearchIPC] socket not readable.\n"));
   }
   {
     hostlog::Capture cap;
     ScriptedIo io(true, {{1, {}}});
-    EXPECT_EQ(-1, RunEchoProbe(io, A("10.0.0.9")));
+    EXPECT_EQ(-1, RunEchoProbe(io, A("127.0.0.9")));
     EXPECT_EQ(1, cap.Count("[CSearchIPC] recvfrom failed.\n"));
   }
   {
     hostlog::Capture cap;
     ScriptedIo io(true, {});
     io.shortSend = true;
-    EXPECT_EQ(-2, RunEchoProbe(io, A("10.0.0.9")));
+    EXPECT_EQ(-2, RunEchoProbe(io, A("127.0.0.9")));
     EXPECT_EQ(1, cap.Count("[CSearchIPC] sendto failed.\n"));
   }
 }

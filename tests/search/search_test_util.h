@@ -59,9 +59,9 @@ struct Device {
   std::string hardwareType = "IPC";
   std::string productModel = "QX-100";
   std::string firmware = "1.2.3";
-  std::string ip = "10.9.8.7";
+  std::string ip = "127.9.8.7";
   std::string mask = "255.255.255.0";
-  std::string gateway = "10.9.8.1";
+  std::string gateway = "127.9.8.1";
   std::string mac = "00:11:22:33:44:55";
   int rtspPort = 554;
   int httpPort = 80;

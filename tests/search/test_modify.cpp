@@ -55,15 +55,15 @@ TEST_F(Modify, RecordWithAllCredentialsSendsTheCredentialedBody) {
   std::strcpy(e.lanCfg.szToken, "T1");
   std::strcpy(e.lanCfg.szUserName, "admin");
   std::strcpy(e.lanCfg.szPassword, "pw");
-  std::strcpy(e.lanCfg.szIP, "10.9.8.20");
+  std::strcpy(e.lanCfg.szIP, "127.9.8.20");
   EXPECT_EQ(search->ModifyIPC(0, &e), 0);
   std::unique_ptr<char[]> body(MakeNetworkLANCfgXml("UID0001", &e.lanCfg));
   std::string sent = Sent();
   EXPECT_EQ(sent, Request(30003, body.get()));
   EXPECT_NE(sent.find("<token>T1</token>\r\n<userName>admin</userName>\r\n<password>pw</password>"), std::string::npos);
-  EXPECT_NE(sent.find("<IP>10.9.8.20</IP>"), std::string::npos);
+  EXPECT_NE(sent.find("<IP>127.9.8.20</IP>"), std::string::npos);
   // The table holds the requested settings before any answer.
-  EXPECT_STREQ(Stored(0).lanCfg.szIP, "10.9.8.20");
+  EXPECT_STREQ(Stored(0).lanCfg.szIP, "127.9.8.20");
 }
 
 TEST_F(Modify, AnyCredentialMissingSendsTheUidOnlyBody) {
@@ -87,14 +87,14 @@ TEST_F(Modify, XmlPathNeverSendsCredentials) {
   std::strcpy(e.lanCfg.szPassword, "p");
   ASSERT_EQ(search->ModifyIPC(0, &e), 0);
   Sent();
-  EXPECT_EQ(search->ModifyIPCXML(0, "<x><TCPIP><IP>10.1.1.1</IP></TCPIP></x>"), 0);
+  EXPECT_EQ(search->ModifyIPCXML(0, "<x><TCPIP><IP>127.1.1.1</IP></TCPIP></x>"), 0);
   std::string sent = Sent();
   EXPECT_EQ(sent.find("<token>"), std::string::npos);
   EXPECT_EQ(sent.find("<userName>"), std::string::npos);
-  EXPECT_NE(sent.find("<UID>UID0001</UID>\r\n<TCPIP>\r\n<DHCPMode>0</DHCPMode>\r\n<IP>10.1.1.1</IP>"), std::string::npos);
+  EXPECT_NE(sent.find("<UID>UID0001</UID>\r\n<TCPIP>\r\n<DHCPMode>0</DHCPMode>\r\n<IP>127.1.1.1</IP>"), std::string::npos);
   // The stored record is left as it was.
   EXPECT_STREQ(Stored(0).lanCfg.szToken, "T");
-  EXPECT_STREQ(Stored(0).lanCfg.szIP, "10.9.8.7");
+  EXPECT_STREQ(Stored(0).lanCfg.szIP, "127.9.8.7");
 }
 
 TEST_F(Modify, XmlPathWithNullTextSendsNothing) {
@@ -112,9 +112,9 @@ TEST_F(Modify, XmlPathRefusals) {
 }
 
 TEST_F(Modify, XmlPathKeepsTheDevicesAddressMarked) {
-  EXPECT_EQ(search->ModifyIPCXML(0, "<x><TCPIP><IP>10.1.1.1</IP></TCPIP></x>"), 0);
-  EXPECT_TRUE(search->Assigned().Contains(InetAddr("10.9.8.7")));
-  EXPECT_FALSE(search->Assigned().Contains(InetAddr("10.1.1.1")));
+  EXPECT_EQ(search->ModifyIPCXML(0, "<x><TCPIP><IP>127.1.1.1</IP></TCPIP></x>"), 0);
+  EXPECT_TRUE(search->Assigned().Contains(InetAddr("127.9.8.7")));
+  EXPECT_FALSE(search->Assigned().Contains(InetAddr("127.1.1.1")));
   EXPECT_EQ(search->Assigned().Used(), 1);
 }
 
@@ -138,23 +138,23 @@ TEST_F(Modify, RestoreSendsItsBodyAndMarksTheAddress) {
   std::strcpy(e.lanCfg.szToken, "T");
   std::strcpy(e.lanCfg.szUserName, "u");
   std::strcpy(e.lanCfg.szPassword, "p");
-  std::strcpy(e.lanCfg.szIP, "10.9.8.99");
+  std::strcpy(e.lanCfg.szIP, "127.9.8.99");
   EXPECT_EQ(search->RestoreIPC(0, &e), 0);
   EXPECT_EQ(Sent(), Request(30005, "<UID>UID0001</UID>\r\n<token>T</token>\r\n<userName>u</userName>\r\n"
                                    "<password>p</password>\r\n"));
-  EXPECT_TRUE(search->Assigned().Contains(InetAddr("10.9.8.99")));
-  EXPECT_FALSE(search->Assigned().Contains(InetAddr("10.9.8.7")));
+  EXPECT_TRUE(search->Assigned().Contains(InetAddr("127.9.8.99")));
+  EXPECT_FALSE(search->Assigned().Contains(InetAddr("127.9.8.7")));
 }
 
 TEST_F(Modify, AfterModifyTheOldAddressIsNoLongerAssigned) {
   __NetSDK_IPC_ENTRYV2 e = Stored(0);
-  search->Assigned().Add(InetAddr("10.9.8.7"));
-  std::strcpy(e.lanCfg.szIP, "10.9.8.30");
+  search->Assigned().Add(InetAddr("127.9.8.7"));
+  std::strcpy(e.lanCfg.szIP, "127.9.8.30");
   ASSERT_EQ(search->ModifyIPC(0, &e), 0);
-  EXPECT_FALSE(search->Assigned().Contains(InetAddr("10.9.8.7")));
+  EXPECT_FALSE(search->Assigned().Contains(InetAddr("127.9.8.7")));
   // What is added is the UID read as an address: all ones for this UID.
   EXPECT_TRUE(search->Assigned().Contains(0xFFFFFFFFu));
-  EXPECT_FALSE(search->Assigned().Contains(InetAddr("10.9.8.30")));
+  EXPECT_FALSE(search->Assigned().Contains(InetAddr("127.9.8.30")));
 }
 
 TEST_F(Modify, RefusalsOfModify) {

@@ -48,9 +48,9 @@ TEST(SearchRecord, AnAnswerFillsEveryMember) {
   EXPECT_STREQ(e.szOsdStr, "Front door");
   EXPECT_EQ(e.portCfg.nRTSPPort, 554);
   EXPECT_EQ(e.portCfg.nHTTPPort, 80);
-  EXPECT_STREQ(e.lanCfg.szIP, "10.9.8.7");
+  EXPECT_STREQ(e.lanCfg.szIP, "127.9.8.7");
   EXPECT_STREQ(e.lanCfg.szNetmask, "255.255.255.0");
-  EXPECT_STREQ(e.lanCfg.szGateway, "10.9.8.1");
+  EXPECT_STREQ(e.lanCfg.szGateway, "127.9.8.1");
   EXPECT_STREQ(e.lanCfg.szPreferredDNS, "8.8.8.8");
   EXPECT_STREQ(e.lanCfg.szMAC, "00:11:22:33:44:55");
   EXPECT_STREQ(e.userCfg.accounts[0].szUserName, "admin");

@@ -50,7 +50,7 @@ Options:
                        restore (30005) requests; driven by the LAN command
   --lan-listen A:P     its UDP address (default 0.0.0.0:2018)
   --lan-first-ip IP    address advertised by LAN device 0, the next ones
-                       count up (default 192.168.1.100)
+                       count up (default 127.168.1.100)
   --lan-mask M, --lan-gateway G   their advertised netmask and gateway
   --lan-kinds A,B,...  hardware types cycled over the LAN devices (default
                        8 IPC, 1 NVR-16, 1 NVS: the library drops NVS)

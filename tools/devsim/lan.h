@@ -17,9 +17,9 @@ struct LanOptions {
   int devices = 0;                    // 0: no LAN socket at all
   std::string listenHost = "0.0.0.0";
   uint16_t listenPort = 2018;
-  std::string firstIp = "192.168.1.100";  // advertised addresses: consecutive from here
+  std::string firstIp = "127.168.1.100";  // advertised addresses: consecutive from here
   std::string mask = "255.255.255.0";
-  std::string gateway = "192.168.1.1";
+  std::string gateway = "127.168.1.1";
   // Hardware types, cycled over the devices: IPC and NVR ones are kept by the library,
   // the others are filtered out.
   std::vector<std::string> kinds = {"IPC-2M", "IPC-2M", "IPC-4M", "IPC-2M", "IPC-2M",
