@@ -9,9 +9,14 @@ The library is loaded on first use through the dynamic loader (libQXNetSDK.so.1)
 the path in the QXNETSDK_LIBRARY environment variable. Callbacks of the library become
 Python callables (listeners) and queues (Session.events)."""
 from ._native import ABI, LibraryNotFoundError, library_path
-from .errors import (BusyError, DeviceError, FileError, InvalidArgumentError, LoginError,
-                     NoDeviceError, NotInitializedError, QXNetError, TransferError)
+from .discovery import Account, Discovery, FoundDevice, SearchCode, SearchEvent
+from .download import Download
+from .errors import (BadIndexError, BusyError, DeviceError, FileError, InvalidArgumentError,
+                     LoginError, NoDeviceError, NotAvailableError, NotInitializedError,
+                     QXNetError, TransferError)
 from .events import Alarm, Answer, Event, EventCode
+from .recorder import Recording
+from .replay import Replay, ReplayAction, ReplayFrame, StreamParams
 from .sdk import Sdk, sdk_version, set_auto_reconnect, set_log_handler
 from .session import Session
 
@@ -23,8 +28,11 @@ except Exception:  # imported from a source tree, not installed
     __version__ = "unknown"
 
 __all__ = [
-    "ABI", "Alarm", "Answer", "BusyError", "DeviceError", "Event", "EventCode", "FileError",
+    "ABI", "Account", "Alarm", "Answer", "BadIndexError", "BusyError", "DeviceError",
+    "Discovery", "Download", "Event", "EventCode", "FileError", "FoundDevice",
     "InvalidArgumentError", "LibraryNotFoundError", "LoginError", "NoDeviceError",
-    "NotInitializedError", "QXNetError", "Sdk", "Session", "TransferError", "library_path",
-    "sdk_version", "set_auto_reconnect", "set_log_handler",
+    "NotAvailableError", "NotInitializedError", "QXNetError", "Recording", "Replay",
+    "ReplayAction", "ReplayFrame", "Sdk", "SearchCode", "SearchEvent", "Session",
+    "StreamParams", "TransferError", "library_path", "sdk_version", "set_auto_reconnect",
+    "set_log_handler",
 ]

@@ -24,6 +24,12 @@ class Hub(Generic[T]):
             self._queues.append(q)
         return q
 
+    def attach(self, q: "queue.Queue[T]") -> None:
+        """Subscribes an existing queue (once)."""
+        with self._lock:
+            if q not in self._queues:
+                self._queues.append(q)
+
     def unsubscribe(self, q: "queue.Queue[T]") -> None:
         with self._lock:
             if q in self._queues:

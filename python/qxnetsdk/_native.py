@@ -7,6 +7,8 @@ import threading
 from ctypes import CFUNCTYPE, POINTER, c_char_p, c_int, c_long, c_uint, c_ulong, c_void_p
 from typing import Optional
 
+from ._records import IpcEntry
+
 #: The ABI generation this binding is written for (the library's SONAME number).
 ABI = 1
 ENV_LIBRARY = "QXNETSDK_LIBRARY"
@@ -16,6 +18,11 @@ ENV_LIBRARY = "QXNETSDK_LIBRARY"
 StatusCallback = CFUNCTYPE(c_long, c_long, c_long, c_void_p, c_void_p)
 AuxCallback = CFUNCTYPE(c_long, c_long, c_long, c_void_p, c_void_p)
 LogCallback = CFUNCTYPE(None, c_uint, c_char_p)
+# long (*)(long code, long index, __NetSDK_IPC_ENTRYV2* entry, void* user)
+SearchCallback = CFUNCTYPE(c_long, c_long, c_long, c_void_p, c_void_p)
+# long (*)(long loginId, unsigned long type, unsigned char* buffer, unsigned long length,
+#          FRAME_EXTDATA* ext)
+ReplayCallback = CFUNCTYPE(c_long, c_long, c_ulong, c_void_p, c_ulong, c_void_p)
 
 # name: (result type, argument types)
 _SIGNATURES = {
@@ -42,6 +49,25 @@ _SIGNATURES = {
     "QXNet_Loc_CloseUpgradeHandle": (c_long, [c_long]),
     "QXNet_Loc_GetConfigFile": (c_long, [c_long, c_char_p]),
     "QXNet_Loc_SetConfigFile": (c_long, [c_long, c_char_p]),
+    # recorder
+    "QXNet_Loc_SearchNVRRecByTime": (c_long, [c_long, c_long, c_char_p]),
+    "QXNet_Loc_NVRRecordDownload": (c_long, [c_long, c_long, c_char_p, c_char_p, c_char_p]),
+    "QXNet_Loc_NVRRecordDownloadStop": (c_long, [c_long, c_long]),
+    "QXNet_Loc_NVRReplayByTime": (c_long, [c_long, c_long, c_char_p]),
+    "QXNet_Loc_ControlNVRReplay": (c_long, [c_long, c_long, c_long, c_long, c_char_p]),
+    "QXNet_Loc_SetReplayDataCallBack": (c_long, [ReplayCallback, c_void_p]),
+    # discovery and host network facts
+    "QXNet_Loc_SetSearchStatusCallBack": (c_long, [SearchCallback, c_void_p]),
+    "QXNet_StartSearchDev": (c_long, []),
+    "QXNet_StopSearchDev": (c_long, []),
+    "QXNet_GetSearchIPCCount": (c_long, []),
+    "QXNet_Loc_GetIPCInfo": (c_long, [c_long, POINTER(IpcEntry)]),
+    "QXNet_Loc_GetIPCInfoXML": (c_long, [c_long, c_char_p, c_int]),
+    "QXNet_Loc_ModifyIPC": (c_long, [c_long, POINTER(IpcEntry)]),
+    "QXNet_Loc_ModifyIPCXML": (c_long, [c_long, c_char_p]),
+    "QXNet_Loc_RestoreIPC": (c_long, [c_long, POINTER(IpcEntry)]),
+    "QXNet_Loc_GetOneIPAddress": (c_long, [c_char_p, c_int]),
+    "QXNet_Loc_GetNetworkParam": (c_long, [c_long, c_char_p, c_int]),
 }
 
 

@@ -38,6 +38,14 @@ class NoDeviceError(QXNetError):
     """No session under this login identifier (-103), e.g. after logout."""
 
 
+class BadIndexError(QXNetError):
+    """A bad index, a null output or an empty slot (-96), e.g. of the discovery table."""
+
+
+class NotAvailableError(QXNetError):
+    """The call is not available in this build of the library (-9001)."""
+
+
 class FileError(QXNetError):
     """A file is missing or cannot be opened (-93)."""
 
@@ -67,6 +75,8 @@ class DeviceError(QXNetError):
 _BY_CODE: Dict[int, Type[QXNetError]] = {
     -201: NotInitializedError,
     -103: NoDeviceError,
+    -96: BadIndexError,
+    -9001: NotAvailableError,
     -93: FileError,
     -92: BusyError,
     -8999996: InvalidArgumentError,
@@ -83,7 +93,8 @@ def check(result: int) -> int:
 
 class TransferError(QXNetError):
     """A file transfer ended in failure. ``code`` is the status event that ended it
-    (16 refused, 81 a chunk lost, 1 the connection dropped); ``text`` its text."""
+    (16 refused, 81 a chunk lost, 53 a recorder download refused, 1 the connection
+    dropped); ``text`` its text."""
 
     def __init__(self, code: int, text: Optional[str]) -> None:
         self.text = text

@@ -10,6 +10,9 @@ from . import _native
 from ._hub import Hub
 from .errors import InvalidArgumentError, QXNetError, check
 from .events import Answer, Event, make_event
+from .discovery import (NETWORK_PARAMS, Discovery, SearchEvent, get_network_param,
+                        get_one_ip_address, make_search_event)
+from .replay import make_replay_data
 
 # The library is process-wide: one Sdk is open at a time and receives every callback.
 _active: Optional["Sdk"] = None
@@ -30,9 +33,26 @@ def _on_answer(login_id: int, code: int, data: Optional[int], user: Optional[int
     return 0
 
 
+def _on_replay(login_id: int, kind: int, buffer: Optional[int], length: int,
+               ext: Optional[int]) -> int:
+    sdk = _active
+    if sdk is not None:
+        sdk._dispatch_replay(login_id, kind, buffer, length, ext)
+    return 0
+
+
+def _on_search(code: int, index: int, entry: Optional[int], user: Optional[int]) -> int:
+    sdk = _active
+    if sdk is not None:
+        sdk._search.publish(make_search_event(code, index, entry))
+    return 0
+
+
 # Created once and never freed: the library may call them until QXNet_Free returns.
 _status_cb = _native.StatusCallback(_on_status)
 _answer_cb = _native.AuxCallback(_on_answer)
+_replay_cb = _native.ReplayCallback(_on_replay)
+_search_cb = _native.SearchCallback(_on_search)
 _log_handler: Optional[Callable[[int, str], None]] = None
 
 
@@ -80,6 +100,7 @@ class Sdk:
         self._sessions: Dict[int, Session] = {}
         self._early: Dict[int, List[Event]] = {}
         self._events: Hub[Event] = Hub()
+        self._search: Hub[SearchEvent] = Hub()
         self._open = False
 
     def open(self) -> "Sdk":
@@ -93,6 +114,8 @@ class Sdk:
             self._open = True
             check(lib.QXNet_SetStatusEventCallBack(_status_cb, _user_ptr()))
             check(lib.QXNet_SetAuxResponseCallBack(_answer_cb, _user_ptr()))
+            check(lib.QXNet_Loc_SetReplayDataCallBack(_replay_cb, _user_ptr()))
+            check(lib.QXNet_Loc_SetSearchStatusCallBack(_search_cb, _user_ptr()))
         return self
 
     def close(self) -> None:
@@ -155,6 +178,23 @@ class Sdk:
             session._events.unsubscribe(waiter)
         return session
 
+    # ---- discovery and host network facts ----------------------------------------------
+    def discovery(self) -> Discovery:
+        """The LAN search: ``with sdk.discovery() as search:`` runs it for the block."""
+        return Discovery(self)
+
+    def get_network_param(self, index: int) -> str:
+        """A fact of the host's network: 0 address, 1 netmask, 2 gateway, 3 and 4 DNS."""
+        return get_network_param(index)
+
+    def network_params(self) -> Dict[str, str]:
+        """All five host network facts by name (address, netmask, gateway, dns1, dns2)."""
+        return {name: get_network_param(i) for i, name in enumerate(NETWORK_PARAMS)}
+
+    def get_one_ip_address(self) -> str:
+        """A free address on the host's subnet, found by probing (ICMP)."""
+        return get_one_ip_address()
+
     def _dispatch_event(self, ev: Event) -> None:
         with self._lock:
             session = self._sessions.get(ev.login_id)
@@ -173,6 +213,16 @@ class Sdk:
             session = self._sessions.get(login_id)
         if session is not None:
             session._answers.publish(Answer(login_id, code, body))
+
+    def _dispatch_replay(self, login_id: int, kind: int, buffer: Optional[int], length: int,
+                         ext: Optional[int]) -> None:
+        with self._lock:
+            session = self._sessions.get(login_id)
+        if session is None:
+            return
+        data = make_replay_data(login_id, kind, buffer, length, ext)
+        if data is not None:
+            session._media.publish(data)
 
     def _forget(self, login_id: int) -> None:
         with self._lock:

@@ -10,6 +10,8 @@ from . import _native
 from ._hub import Hub
 from .errors import DeviceError, LoginError, QXNetError, TransferError, check
 from .events import Answer, Event, EventCode
+from .recorder import RecorderMixin
+from .replay import ReplayData
 
 if TYPE_CHECKING:
     from .sdk import Sdk
@@ -36,19 +38,21 @@ def _get(q: "queue.Queue", deadline: float):
         raise TimeoutError("no answer from the device in time") from None
 
 
-class Session:
+class Session(RecorderMixin):
     """A device session made by :meth:`Sdk.login`; ``with`` logs it out on exit.
 
     Requests wait for the device's answer and return it as an Answer (raising
     DeviceError when the device refused). Events arrive in order through
     :meth:`events` (every event since login, kept up to 10,000) or as calls of the
-    listeners added with :meth:`add_listener` (on the library's thread)."""
+    listeners added with :meth:`add_listener` (on the library's thread). The recorder
+    calls (search, download, replay) are described in :class:`RecorderMixin`."""
 
     def __init__(self, sdk: "Sdk", login_id: int) -> None:
         self._sdk = sdk
         self.login_id = login_id
         self._events: Hub[Event] = Hub()
         self._answers: Hub[Answer] = Hub()
+        self._media: Hub[ReplayData] = Hub()
         self._inbox = self._events.subscribe(maxsize=10000)
         self._closed = False
 

@@ -6,22 +6,31 @@ import socket
 import subprocess
 import tempfile
 import time
-from typing import Dict, Iterator
+from typing import Dict, Iterator, Sequence
 
 import pytest
 
 import qxnetsdk
 
+# The discovery tests broadcast: they run only inside the namespaces that
+# test_discovery.py makes (it runs them there), never on the machine's own network.
+collect_ignore = [] if os.environ.get("QXNET_LAN_NS") else ["lan"]
+
 
 class DevSim:
-    """One qxdevsim process (binary from $QXNET_DEVSIM) and its control channel."""
+    """One qxdevsim process (binary from $QXNET_DEVSIM) and its control channel.
+    ``launcher`` runs it elsewhere (``ip netns exec NS``), with its control channel on
+    ``control_host``."""
 
-    def __init__(self, *args: str) -> None:
+    def __init__(self, *args: str, launcher: Sequence[str] = (),
+                 control_host: str = "127.0.0.1") -> None:
         self.dir = tempfile.TemporaryDirectory(prefix="qxdevsim-")
+        self.control_host = control_host
         ports = os.path.join(self.dir.name, "ports")
         self.proc = subprocess.Popen(
-            [os.environ["QXNET_DEVSIM"], "--listen", "127.0.0.1:0", "--control", "0",
-             "--port-file", ports, "--upload-dir", self.dir.name, "--quiet", *args])
+            [*launcher, os.environ["QXNET_DEVSIM"], "--listen", "127.0.0.1:0",
+             "--control", f"{control_host}:0", "--port-file", ports,
+             "--upload-dir", self.dir.name, "--quiet", *args])
         deadline = time.monotonic() + 10
         while not (os.path.exists(ports) and os.path.getsize(ports)) and time.monotonic() < deadline:
             time.sleep(0.02)
@@ -37,7 +46,7 @@ class DevSim:
 
     def cmd(self, line: str, timeout: float = 15.0) -> str:
         """Sends one control command; the reply line."""
-        with socket.create_connection(("127.0.0.1", self.control), timeout=timeout) as s:
+        with socket.create_connection((self.control_host, self.control), timeout=timeout) as s:
             s.sendall(line.encode() + b"\n")
             reply = b""
             while not reply.endswith(b"\n"):
