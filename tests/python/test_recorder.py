@@ -144,7 +144,7 @@ def test_replay_delivers_frames_and_obeys_control(sdk, recorder):
         with dev.replay(1, midnight + dt.timedelta(seconds=10), on_frame=frames.append) as replay:
             _wait_for(lambda: _video(frames) >= 25, 10)
             replay.pause()
-            time.sleep(0.5)
+            _wait_for(lambda: _quiet(frames, 0.5), 10)  # what was under way has arrived
             paused = len(frames)
             time.sleep(1.0)
             assert len(frames) == paused  # nothing while paused
@@ -179,6 +179,13 @@ def test_replay_frames_iterator(sdk, recorder):
 
 def _video(items):
     return sum(1 for f in items if isinstance(f, qxnetsdk.ReplayFrame) and f.is_video)
+
+
+def _quiet(items, seconds):
+    """True when no item arrived for ``seconds``."""
+    n = len(items)
+    time.sleep(seconds)
+    return len(items) == n
 
 
 def _wait_for(pred, seconds):
