@@ -152,15 +152,23 @@ def test_replay_delivers_frames_and_obeys_control(sdk, recorder):
             _wait_for(lambda: len(frames) > paused + 10, 10)
             replay.set_speed(2)
             replay.set_speed(1)
+            replay.seek(midnight + dt.timedelta(minutes=5))
+            _wait_for(lambda: any(f.timestamp_ms >= 300000 for f in frames[-5:]
+                                  if isinstance(f, qxnetsdk.ReplayFrame)), 10)
         stopped = len(frames)
         time.sleep(0.7)
         assert len(frames) == stopped  # nothing after stop
         assert recorder.fields(recorder.ok("RECSTREAM"))["state"] == "stopped"
+    # The stream parameters come first: the simulator's clips carry 16 kHz mono AAC.
+    params = frames[0]
+    assert isinstance(params, qxnetsdk.StreamParams) and params.has_video and params.has_audio
+    assert (params.sample_rate, params.channels) == (16000, 1)
     video = [f for f in frames if isinstance(f, qxnetsdk.ReplayFrame) and f.is_video]
     assert video[0].key_frame and video[0].codec == "H.264"
     assert all(f.data[:4] == b"\0\0\0\1" or f.data[:3] == b"\0\0\1" for f in video)
     stamps = [f.timestamp_ms for f in video]
-    assert stamps == sorted(stamps) and stamps[0] >= 10000
+    before_seek = [t for t in stamps if t < 300000]
+    assert before_seek == sorted(before_seek) and stamps[0] >= 10000
     audio = [f for f in frames if isinstance(f, qxnetsdk.ReplayFrame) and not f.is_video]
     assert audio and all(f.codec == "AAC" for f in audio)
 
