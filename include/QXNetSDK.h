@@ -407,8 +407,8 @@ QXNET_API long QXNet_GetIPCInfo(long index, __NetSDK_IPC_ENTRYV2* entry);
  *         QXNET_E_NOT_INIT */
 QXNET_API long QXNet_Loc_GetIPCInfo(long index, __NetSDK_IPC_ENTRYV2* entry);
 /** Sends new network settings to a found device: the record (first-generation layout, the
- * rest taken as zero) replaces the stored one and its lanCfg (address, mask, gateway, DNS,
- * DHCP, with the token, user name and password) is sent. The answer arrives through the
+ * rest taken as zero) replaces the stored one and its lanCfg is sent (DHCP, address, mask,
+ * gateway, DNS servers, MAC; the token, user name and password when given). The answer arrives through the
  * discovery callback, code QXNET_SEARCH_MODIFY_ANSWER, with lanCfg.nLastResult set.
  * @param index the device's slot, 0..count-1
  * @param entry the new record; its first QXNET_IPC_ENTRY_V1_SIZE bytes are read during the
