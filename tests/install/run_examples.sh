@@ -29,3 +29,44 @@ run_examples() {
   ! "$bin/upgrade" 127.0.0.1 "$DEVSIM_PORT" admin secret "$work/missing.bin" 2>/dev/null || fail "upgrade of a missing file"
   echo "examples ran"
 }
+
+# recorder: the day's spans of channel 1, then four seconds of the first one into an MP4
+# that must decode without a message, with the pictures the simulator sent.
+# run_recorder_example EXAMPLES_BUILD_DIR WORK_DIR
+run_recorder_example() {
+  local bin="$1" work="$2" day file="$2/span.mp4" sent in_span frames msg
+  day="$(date +%Y%m%d)"
+  # Channel 1 records every day but every ninth (the simulator's empty days).
+  [ $(( (10#$(date +%d) + 1) % 9 )) -ne 0 ] || day="$(date -d yesterday +%Y%m%d)"
+  devsim_ctl "RECSPANS 1 000010-000030,120000-123000" | grep '^OK' >/dev/null || fail "RECSPANS"
+  devsim_ctl "SET rec_pace fast" | grep '^OK' >/dev/null || fail "SET rec_pace"
+  "$bin/recorder" 127.0.0.1 "$DEVSIM_PORT" admin secret 1 "$day" 4 "$file" >"$work/recorder.out" \
+    || { cat "$work/recorder.out"; fail "recorder example"; }
+  grep -qx "span 00:00:10 - 00:00:30" "$work/recorder.out" && grep -qx "span 12:00:00 - 12:30:00" "$work/recorder.out" \
+    || { cat "$work/recorder.out"; fail "recorder: spans"; }
+  grep -qx "downloading ${day}000010..${day}000014 into $file" "$work/recorder.out" || fail "recorder: span asked"
+  grep -qx "download: 100%" "$work/recorder.out" || { cat "$work/recorder.out"; fail "recorder: no progress to 100%"; }
+  sent="$(devsim_ctl RECSTREAM)"
+  in_span="$(printf '%s\n' "$sent" | tr ' ' '\n' | sed -n 's/^video_in_span=//p')"
+  # Four seconds at 25 pictures a second.
+  [ -n "$in_span" ] && [ "$in_span" -ge 95 ] && [ "$in_span" -le 105 ] || fail "recorder: the simulator sent: $sent"
+  [ "$(ffprobe -v error -select_streams v -show_entries stream=codec_name,width,height -of csv=p=0 "$file")" = "h264,320,240" ] \
+    || fail "recorder: video stream of $file: $(ffprobe -v error -show_streams "$file" 2>&1 | head -20)"
+  frames="$(ffprobe -v error -count_frames -select_streams v -show_entries stream=nb_read_frames -of csv=p=0 "$file")"
+  [ "$frames" = "$in_span" ] || fail "recorder: $frames pictures in the file, the simulator sent $in_span"
+  msg="$(ffmpeg -nostdin -v error -i "$file" -f null - 2>&1)" || fail "recorder: $file does not decode: $msg"
+  [ -z "$msg" ] || fail "recorder: ffmpeg printed: $msg"
+  devsim_ctl "WAITCONN 0 10000 atmost=1" >/dev/null
+  echo "recorder example: $frames pictures, 320x240"
+}
+
+# discover: only inside private network namespaces (lan_netns.sh makes them, skips with
+# a message where it cannot, fails instead where QXNET_REQUIRE_NETNS=1).
+# run_discover_example EXAMPLES_BUILD_DIR WORK_DIR QXDEVSIM SOURCE_DIR
+run_discover_example() {
+  local bin="$1" work="$2" sim="$3" src="$4" rc=0
+  bash "$src/tests/netns/lan_netns.sh" bash "$src/tests/install/discover_netns.sh" \
+    "$bin/discover" "$sim" "$work/discover.out" 6 || rc=$?
+  [ "$rc" -eq 77 ] && { echo "discover example SKIPPED (see the reason above)"; return 0; }
+  [ "$rc" -eq 0 ] || fail "discover example (exit $rc)"
+}

@@ -55,4 +55,6 @@ echo "consumers logged in"
 
 source "$src/tests/install/run_examples.sh"
 run_examples "$work/examples" "$work"
+run_recorder_example "$work/examples" "$work"
+run_discover_example "$work/examples" "$work" "$prefix/bin/qxdevsim" "$src"
 echo "install test passed"
