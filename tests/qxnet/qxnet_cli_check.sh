@@ -160,6 +160,20 @@ json_check "download --json: one document, progress on stderr" "$work/dl.json" \
 expect_rc "download into a missing folder" 4 $?
 "${qx[@]}" admin admin upgrade "$work/no-such-firmware.bin" --timeout 10 >/dev/null 2>&1
 expect_rc "upgrade of a missing file" 4 $?
+"${qx[@]}" admin admin config-file save "$work/no/such/dir/cfg.bin" --timeout 10 >/dev/null 2>&1
+expect_rc "config-file save into a missing folder" 4 $?
+"${qx[@]}" admin admin config-file save "$work/cfg.bin" --json --timeout 10 >"$work/cfg.json" 2>/dev/null
+expect_rc "config-file save --json" 0 $?
+json_check "config-file save --json" "$work/cfg.json" \
+  "d == {'operation': 'config-file save', 'status': 'finished', 'file': '$work/cfg.bin'}"
+[ -s "$work/cfg.bin" ] || fail "config-file save wrote no file"
+
+# A device that does not answer: exit 5 once --timeout has passed.
+[[ "$(devsim_ctl 'SET userdata_answer 0')" == OK* ]] || fail "SET userdata_answer 0"
+"${qx[@]}" admin admin userdata set abc --timeout 2 >"$work/to.out" 2>/dev/null
+expect_rc "an unanswered request" 5 $?
+[ -s "$work/to.out" ] && fail "an unanswered request printed data: $(cat "$work/to.out")"
+devsim_ctl 'SET userdata_answer 1' >/dev/null
 
 "${qx[@]}" admin admin replay 1 "${day}000010" --seconds 2 --json >"$work/rp.json" 2>/dev/null
 expect_rc "replay --json" 0 $?

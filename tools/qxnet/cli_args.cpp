@@ -1,8 +1,11 @@
 #include "cli_args.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 namespace {
 bool g_json = false;
@@ -49,4 +52,11 @@ bool IsDigits(const char* text, size_t count) {
   for (size_t i = 0; i < count; ++i)
     if (text[i] < '0' || text[i] > '9') return false;
   return true;
+}
+
+bool CanCreate(const char* file) {
+  std::string f = file ? file : "";
+  size_t slash = f.rfind('/');
+  std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : f.substr(0, slash);
+  return !f.empty() && access(dir.c_str(), W_OK) == 0;
 }

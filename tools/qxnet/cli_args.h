@@ -18,3 +18,5 @@ bool ParseLong(const char* text, long* out);
 bool ParseSeconds(const char* text, double* out);
 // The text is exactly `count` decimal digits (dates such as YYYYMMDDhhmmss).
 bool IsDigits(const char* text, size_t count);
+// The folder of `file` exists and may be written: a file can be made there.
+bool CanCreate(const char* file);

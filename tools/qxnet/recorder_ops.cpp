@@ -1,6 +1,4 @@
 // records, download and replay: a recorder's recordings.
-#include <unistd.h>
-
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -70,12 +68,6 @@ void AddSpans(const std::string& day, const std::string& spans, std::vector<std:
   }
 }
 
-bool DirectoryWritable(const std::string& file) {
-  size_t slash = file.rfind('/');
-  std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : file.substr(0, slash);
-  return access(dir.c_str(), W_OK) == 0;
-}
-
 }  // namespace
 
 const char* CheckRecorderOp(const OpArgs& a) {
@@ -138,7 +130,7 @@ int OnDownloadEvent(const OpArgs& a, long code, const std::string& text) {
 
 // download CHANNEL START END FILE: the span into an MP4 file, with a progress bar.
 int RunDownload(const OpArgs& a) {
-  if (!DirectoryWritable(a.Arg(4))) {
+  if (!CanCreate(a.Arg(4))) {
     std::fprintf(stderr, "qxnet: cannot write %s\n", a.Arg(4));
     return kExitFile;
   }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "QXNetSDK.h"
+#include "cli_args.h"
 #include "device_ops.h"
 #include "event_print.h"
 #include "exit_codes.h"
@@ -80,6 +81,12 @@ int OnTransferEvent(const Transfer& t, long code, const std::string& text) {
 }  // namespace
 
 int RunTransfer(const OpArgs& a) {
+  // The library reports a configuration download finished even when it could not write the
+  // file: refuse a destination that cannot be made before asking the device.
+  if (!std::strcmp(a.Arg(0), "config-file") && !std::strcmp(a.Arg(1), "save") && !CanCreate(a.Arg(2))) {
+    std::fprintf(stderr, "qxnet: cannot write %s\n", a.Arg(2));
+    return kExitFile;
+  }
   Transfer t;
   long rc = StartTransfer(a, &t);
   if (rc != 0) return LibraryRefused(t.what, rc);
