@@ -141,7 +141,7 @@ int CmdDiscover(int argc, char** argv) {
     std::printf("%ld device(s) found\n", n < 0 ? 0 : n);
   QXNet_StopSearchDev();
   QXNet_Free();
-  return 0;
+  return kExitOk;
 }
 
 // The slot of UID once a search has found it within `seconds`; -1 otherwise.
@@ -183,8 +183,7 @@ bool ChangeOptions(int argc, char** argv, int from, double& seconds, __NetSDK_IP
     const char* v = argv[i + 1];
     if (k == "--seconds") {
       if (!ParseSeconds(v, &seconds)) return false;
-    }
-    else if (k == "--token") snprintf(e.lanCfg.szToken, sizeof e.lanCfg.szToken, "%s", v);
+    } else if (k == "--token") snprintf(e.lanCfg.szToken, sizeof e.lanCfg.szToken, "%s", v);
     else if (k == "--user") snprintf(e.lanCfg.szUserName, sizeof e.lanCfg.szUserName, "%s", v);
     else if (k == "--pass") snprintf(e.lanCfg.szPassword, sizeof e.lanCfg.szPassword, "%s", v);
     else return false;
