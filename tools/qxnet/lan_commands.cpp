@@ -14,6 +14,10 @@
 #include <vector>
 
 #include "QXNetSDK.h"
+#include "cli_args.h"
+#include "cli_help.h"
+#include "exit_codes.h"
+#include "json_out.h"
 
 namespace {
 
@@ -41,12 +45,30 @@ std::string Row(long slot, const __NetSDK_IPC_ENTRYV2& e) {
   return line;
 }
 
+// One device of the table as a JSON object; `event` is "found" or "changed".
+std::string RowJson(const char* event, long slot, const __NetSDK_IPC_ENTRYV2& e) {
+  return JsonObject()
+      .Str("event", event)
+      .Int("slot", slot)
+      .Str("uid", FIELD(e.szUID))
+      .Str("ip", FIELD(e.lanCfg.szIP))
+      .Str("netmask", FIELD(e.lanCfg.szNetmask))
+      .Str("gateway", FIELD(e.lanCfg.szGateway))
+      .Str("mac", FIELD(e.lanCfg.szMAC))
+      .Str("type", FIELD(e.szHardwareType))
+      .Str("firmware", FIELD(e.szFirmwareVersion))
+      .Text();
+}
+
 const char* kHeader = "slot  UID                             IP              netmask         gateway         "
                       "MAC               type       firmware";
 
 long OnSearch(long code, long index, __NetSDK_IPC_ENTRYV2* entry, void*) {
   if (g_plain && entry && (code == 1 || code == 2)) {
-    std::printf("%s %s\n", code == 1 ? "found  " : "changed", Row(index, *entry).c_str());
+    if (JsonOutput())
+      std::printf("%s\n", RowJson(code == 1 ? "found" : "changed", index, *entry).c_str());
+    else
+      std::printf("%s %s\n", code == 1 ? "found  " : "changed", Row(index, *entry).c_str());
     std::fflush(stdout);
   }
   std::lock_guard<std::mutex> g(g_search.mu);
@@ -71,13 +93,10 @@ void DrawTable(double left) {
   std::fflush(stdout);
 }
 
-bool ParseSeconds(int argc, char** argv, int from, double& seconds) {
-  for (int i = from; i < argc; ++i) {
-    if (std::strcmp(argv[i], "--seconds") != 0 || i + 1 >= argc) return false;
-    char* end = nullptr;
-    seconds = std::strtod(argv[++i], &end);
-    if (*end || seconds < 0) return false;
-  }
+// Only "--seconds N" may follow the command word.
+bool SecondsOption(int argc, char** argv, int from, double& seconds) {
+  for (int i = from; i < argc; i += 2)
+    if (std::strcmp(argv[i], "--seconds") != 0 || i + 1 >= argc || !ParseSeconds(argv[i + 1], &seconds)) return false;
   return true;
 }
 
@@ -100,11 +119,11 @@ bool StartSearch() {
 
 int CmdDiscover(int argc, char** argv) {
   double seconds = 10;
-  if (!ParseSeconds(argc, argv, 2, seconds)) return LanUsage(), 2;
-  g_plain = !isatty(STDOUT_FILENO);
+  if (!SecondsOption(argc, argv, 2, seconds)) return UsageError("discover", "bad option");
+  g_plain = JsonOutput() || !isatty(STDOUT_FILENO);
   signal(SIGINT, OnLanSignal);
   signal(SIGTERM, OnLanSignal);
-  if (!StartSearch()) return 3;
+  if (!StartSearch()) return kExitRefused;
   double end = Now() + seconds;
   long drawn = -1;
   while (!g_lanStop && Now() < end) {
@@ -116,10 +135,13 @@ int CmdDiscover(int argc, char** argv) {
   }
   long n = QXNet_GetSearchIPCCount();
   if (!g_plain) DrawTable(0);
-  std::printf("%ld device(s) found\n", n < 0 ? 0 : n);
+  if (JsonOutput())
+    std::printf("%s\n", JsonObject().Str("event", "end").Int("devices", n < 0 ? 0 : n).Text().c_str());
+  else
+    std::printf("%ld device(s) found\n", n < 0 ? 0 : n);
   QXNet_StopSearchDev();
   QXNet_Free();
-  return 0;
+  return kExitOk;
 }
 
 // The slot of UID once a search has found it within `seconds`; -1 otherwise.
@@ -137,18 +159,21 @@ long FindSlot(const std::string& uid, double seconds) {
 }
 
 // Waits for the device's answer (code 3 or 4) to the request just sent: 0 accepted,
-// 1 refused, 3 no answer.
-int AwaitVerdict(long code, size_t before, double seconds) {
+// 1 refused, 5 no answer.
+int AwaitVerdict(const char* uid, long code, size_t before, double seconds) {
   std::unique_lock<std::mutex> l(g_search.mu);
   bool got = g_search.cv.wait_for(l, std::chrono::duration<double>(seconds), [&] {
     for (size_t i = before; i < g_search.events.size(); ++i)
       if (g_search.events[i].first == code) return true;
     return false;
   });
-  if (!got) return std::printf("no answer from the device\n"), 3;
+  if (!got) return std::fprintf(stderr, "qxnet: no answer from the device\n"), kExitTimeout;
   int result = g_search.results.back();
-  std::printf("device answered result %d: %s\n", result, result == 0 ? "done" : "refused");
-  return result == 0 ? 0 : 1;
+  if (JsonOutput())
+    std::printf("%s\n", JsonObject().Str("uid", uid).Int("result", result).Bool("done", result == 0).Text().c_str());
+  else
+    std::printf("device answered result %d: %s\n", result, result == 0 ? "done" : "refused");
+  return result == 0 ? kExitOk : kExitRefused;
 }
 
 // Options after the positional words: --seconds, --token, --user, --pass.
@@ -156,8 +181,9 @@ bool ChangeOptions(int argc, char** argv, int from, double& seconds, __NetSDK_IP
   for (int i = from; i + 1 < argc; i += 2) {
     std::string k = argv[i];
     const char* v = argv[i + 1];
-    if (k == "--seconds") seconds = std::atof(v);
-    else if (k == "--token") snprintf(e.lanCfg.szToken, sizeof e.lanCfg.szToken, "%s", v);
+    if (k == "--seconds") {
+      if (!ParseSeconds(v, &seconds)) return false;
+    } else if (k == "--token") snprintf(e.lanCfg.szToken, sizeof e.lanCfg.szToken, "%s", v);
     else if (k == "--user") snprintf(e.lanCfg.szUserName, sizeof e.lanCfg.szUserName, "%s", v);
     else if (k == "--pass") snprintf(e.lanCfg.szPassword, sizeof e.lanCfg.szPassword, "%s", v);
     else return false;
@@ -168,17 +194,18 @@ bool ChangeOptions(int argc, char** argv, int from, double& seconds, __NetSDK_IP
 // set-ip UID IP MASK GATEWAY and restore UID: find the device, send, wait for its verdict.
 int CmdChange(int argc, char** argv, bool modify) {
   int fixed = modify ? 6 : 3;
-  if (argc < fixed) return LanUsage(), 2;
+  const char* name = modify ? "set-ip" : "restore";
+  if (argc < fixed) return UsageError(name, "missing arguments");
   double seconds = 10;
   __NetSDK_IPC_ENTRYV2 opts;
   memset(&opts, 0, sizeof opts);
-  if (!ChangeOptions(argc, argv, fixed, seconds, opts)) return LanUsage(), 2;
-  if (!StartSearch()) return 3;
+  if (!ChangeOptions(argc, argv, fixed, seconds, opts)) return UsageError(name, "bad option");
+  if (!StartSearch()) return kExitRefused;
   long slot = FindSlot(argv[2], seconds);
-  int rc = 3;
+  int rc = kExitConnection;
   __NetSDK_IPC_ENTRYV2 e;
   if (slot < 0) {
-    std::printf("device %s not found within %.0f s\n", argv[2], seconds);
+    std::fprintf(JsonOutput() ? stderr : stdout, "device %s not found within %.0f s\n", argv[2], seconds);
   } else if (QXNet_Loc_GetIPCInfo(slot, &e) == 0) {
     memcpy(e.lanCfg.szToken, opts.lanCfg.szToken, sizeof e.lanCfg.szToken);
     memcpy(e.lanCfg.szUserName, opts.lanCfg.szUserName, sizeof e.lanCfg.szUserName);
@@ -194,7 +221,8 @@ int CmdChange(int argc, char** argv, bool modify) {
       before = g_search.events.size();
     }
     long sent = modify ? QXNet_Loc_ModifyIPC(slot, &e) : QXNet_Loc_RestoreIPC(slot, &e);
-    rc = sent != 0 ? (std::printf("request failed (%ld)\n", sent), 1) : AwaitVerdict(modify ? 3 : 4, before, 5);
+    rc = sent != 0 ? (std::fprintf(stderr, "qxnet: request failed (%ld)\n", sent), kExitRefused)
+                   : AwaitVerdict(argv[2], modify ? 3 : 4, before, 5);
   }
   QXNet_StopSearchDev();
   QXNet_Free();
@@ -204,8 +232,8 @@ int CmdChange(int argc, char** argv, bool modify) {
 // free-ip [--seconds N]: a short search first, so that found devices' addresses are skipped.
 int CmdFreeIp(int argc, char** argv) {
   double seconds = 3;
-  if (!ParseSeconds(argc, argv, 2, seconds)) return LanUsage(), 2;
-  if (QXNet_init() != 0) return std::fprintf(stderr, "qxnet: library init failed\n"), 3;
+  if (!SecondsOption(argc, argv, 2, seconds)) return UsageError("free-ip", "bad option");
+  if (QXNet_init() != 0) return std::fprintf(stderr, "qxnet: library init failed\n"), kExitRefused;
   long started = QXNet_StartSearchDev();
   if (started != 0) std::fprintf(stderr, "qxnet: no search (%ld): found devices are not skipped\n", started);
   double end = Now() + (started == 0 ? seconds : 0);
@@ -214,45 +242,38 @@ int CmdFreeIp(int argc, char** argv) {
   long n = QXNet_Loc_GetOneIPAddress(buf, sizeof buf);
   QXNet_StopSearchDev();
   QXNet_Free();
-  if (n < 0) return std::fprintf(stderr, "qxnet: no address (%ld)\n", n), 1;
-  std::printf("%s\n", buf);
-  return 0;
+  if (n < 0) return std::fprintf(stderr, "qxnet: no address (%ld)\n", n), kExitRefused;
+  std::printf("%s\n", JsonOutput() ? JsonObject().Str("address", Field(buf, sizeof buf)).Text().c_str() : buf);
+  return kExitOk;
 }
 
 int CmdNetinfo() {
-  if (QXNet_init() != 0) return std::fprintf(stderr, "qxnet: library init failed\n"), 3;
+  if (QXNet_init() != 0) return std::fprintf(stderr, "qxnet: library init failed\n"), kExitRefused;
   static const char* names[] = {"address", "netmask", "gateway", "dns1", "dns2"};
-  int rc = 0;
+  int rc = kExitOk;
+  JsonObject json;
   for (long i = 0; i < 5; ++i) {
     char buf[64] = {0};
     long n = QXNet_Loc_GetNetworkParam(i, buf, sizeof buf);
-    if (n < 0) rc = 1;
-    std::printf("%-8s %s\n", names[i], n < 0 ? "(unavailable)" : buf);
+    if (n < 0) rc = kExitRefused;
+    if (JsonOutput())
+      n < 0 ? json.Null(names[i]) : json.Str(names[i], Field(buf, sizeof buf));
+    else
+      std::printf("%-8s %s\n", names[i], n < 0 ? "(unavailable)" : buf);
   }
+  if (JsonOutput()) std::printf("%s\n", json.Text().c_str());
   QXNet_Free();
   return rc;
 }
 
 }  // namespace
 
-void LanUsage() {
-  std::printf(
-      "  qxnet discover [--seconds N]       search the LAN for N seconds (default 10): a live\n"
-      "                                     table on a terminal, else one line per device\n"
-      "  qxnet set-ip UID IP MASK GATEWAY [--token T --user U --pass P] [--seconds N]\n"
-      "                                     find the device, change its address, print its verdict\n"
-      "  qxnet restore UID [--token T --user U --pass P] [--seconds N]\n"
-      "                                     ask a found device to restore itself\n"
-      "  qxnet free-ip [--seconds N]        propose a free address (search N s first, default 3)\n"
-      "  qxnet netinfo                      this host's address, netmask, gateway, DNS servers\n");
-}
-
 int RunLanCommand(int argc, char** argv) {
   std::string cmd = argc > 1 ? argv[1] : "";
   if (cmd == "discover") return CmdDiscover(argc, argv);
   if (cmd == "set-ip") return CmdChange(argc, argv, true);
-  if (cmd == "restore" && argc >= 3 && argc < 6) return CmdChange(argc, argv, false);
+  if (cmd == "restore") return CmdChange(argc, argv, false);
   if (cmd == "free-ip") return CmdFreeIp(argc, argv);
-  if (cmd == "netinfo") return argc == 2 ? CmdNetinfo() : (LanUsage(), 2);
+  if (cmd == "netinfo") return argc == 2 ? CmdNetinfo() : UsageError("netinfo", "netinfo takes no arguments");
   return -1;
 }

@@ -4,5 +4,3 @@
 
 // The command named by argv[1] when it is one of these: its exit code; -1 otherwise.
 int RunLanCommand(int argc, char** argv);
-// Their lines of the usage text.
-void LanUsage();
