@@ -39,7 +39,7 @@ bool WriteUnits(const std::string& path, const std::vector<mediatest::Unit>& uni
 
 // The elementary streams into an MPEG-TS at `ts`; the raw H.264 demuxer takes 25 fps.
 std::string BuildTs(const RemuxInput& in, const std::string& ts) {
-  std::string stem = ts + "." + std::to_string(getpid());
+  std::string stem = ts;
   std::string h264 = stem + ".h264", adts = stem + ".adts";
   std::string failure;
   mediatest::VideoClip video;
@@ -68,7 +68,8 @@ RemuxInput MakeRemuxInput(long pictures, long audioFrames, const std::string& wo
   in.audioFrames = audioFrames;
   in.path = CacheDir() + "/h264_1920x1080_" + std::to_string(pictures) + "v_aac_" + std::to_string(audioFrames) + "a.ts";
   if (FileBytes(in.path) > 0) return in;
-  std::string building = in.path + ".part";
+  // A name of this process's own, so that two runs building at once do not share a file.
+  std::string building = in.path + "." + std::to_string(getpid()) + ".part";
   in.failure = BuildTs(in, building);
   // Kept only when whole: a cut input would make the anchor look faster than it is.
   long v = in.failure.empty() ? PacketCount(building, "v", workDir) : -1;
