@@ -63,6 +63,35 @@ long UdpRecvFrom(int sock, void* data, unsigned long len, uint32_t* fromNetOrder
   return static_cast<long>(n);
 }
 
+int UdpRecvBatch(int sock, UdpRecvSlot* slots, int n) {
+  if (n <= 0) return 0;
+  if (n > kUdpRecvBatchMax) n = kUdpRecvBatchMax;
+  mmsghdr msgs[kUdpRecvBatchMax];
+  iovec iov[kUdpRecvBatchMax];
+  sockaddr_in from[kUdpRecvBatchMax];
+  std::memset(msgs, 0, sizeof(mmsghdr) * static_cast<size_t>(n));
+  for (int i = 0; i < n; ++i) {
+    iov[i].iov_base = slots[i].data;
+    iov[i].iov_len = slots[i].cap;
+    msgs[i].msg_hdr.msg_iov = &iov[i];
+    msgs[i].msg_hdr.msg_iovlen = 1;
+    msgs[i].msg_hdr.msg_name = &from[i];
+    msgs[i].msg_hdr.msg_namelen = sizeof(from[i]);
+  }
+  int got;
+  do {
+    got = recvmmsg(sock, msgs, static_cast<unsigned>(n), MSG_DONTWAIT, nullptr);
+  } while (got < 0 && errno == EINTR);
+  if (got < 0) return (errno == EAGAIN || errno == EWOULDBLOCK) ? 0 : -1;
+  for (int i = 0; i < got; ++i) {
+    slots[i].len = static_cast<long>(msgs[i].msg_len);
+    bool named = msgs[i].msg_hdr.msg_namelen >= sizeof(sockaddr_in);
+    slots[i].fromNetOrder = named ? from[i].sin_addr.s_addr : 0;
+    slots[i].fromPort = named ? ntohs(from[i].sin_port) : 0;
+  }
+  return got;
+}
+
 uint32_t InetAddr(const char* text) { return text ? inet_addr(text) : INADDR_NONE; }
 
 void InetNtoa(uint32_t addrNetOrder, char* out, unsigned long size) {

@@ -15,8 +15,7 @@ CSearchIPC::CSearchIPC()
       m_peerPort(0),
       m_bRunning(false),
       m_nWorkers(0),
-      m_worker{0, false},
-      m_pRecvBuf(new char[kSearchMsgSize + 1]) {
+      m_worker{0, false} {
   std::memset(m_szHostAddrs, 0, sizeof(m_szHostAddrs));
 }
 

@@ -18,6 +18,7 @@
 #include "base/SDKThread.h"
 #include "base/WakeEvent.h"
 #include "search/SearchAssigned.h"
+#include "search/SearchRecvQueue.h"
 #include "search/SearchTable.h"
 
 class CSearchIPC {
@@ -40,9 +41,10 @@ class CSearchIPC {
   // Formats one request; sends it at once on a one-shot socket when no worker runs
   // (the send's result), else queues it for the worker (0).
   int SendMsgToIPC(int cmd, const char* body);
-  // Reads and handles one datagram from the socket: -1 when there is no socket or the
-  // receive failed (the socket is then closed), else 0.
-  int ReceiveData();
+  // Takes what the socket holds into the receive queue (when `socketReadable`), then
+  // handles the oldest queued datagram: -1 when there is no socket or the handling reached
+  // a failed receive (the socket is then closed), else 0. Worker thread only.
+  int ReceiveData(bool socketReadable = true);
   // Classifies one received text and hands it to the table; what ReceiveData does after
   // the receive. `text` must be NUL-terminated at text[len].
   int HandleDatagram(const char* text, int len);
@@ -88,7 +90,7 @@ class CSearchIPC {
   CWakeEvent m_wake;
   std::mutex m_lifeLock;  // serialises start, stop and destruction
   SDKThreadHandle m_worker;
-  std::unique_ptr<char[]> m_pRecvBuf;
+  CSearchRecvQueue m_rxq;  // datagrams taken from the socket, not yet handled (worker only)
 };
 
 #endif

@@ -5,12 +5,17 @@
 #include <cstring>
 #include <memory>
 
+#include "base/LazyBuffer.h"
 #include "search/SearchAnswer.h"
 #include "search/SearchConfigXml.h"
 #include "search/SearchLog.h"
 #include "search/SearchProto.h"
 
-CSearchTable::CSearchTable() : m_count(0), m_fCallBack(nullptr), m_pUser(nullptr) {
+namespace {
+const size_t kRecordsBytes = sizeof(__NetSDK_IPC_ENTRYV2) * CSearchTable::kMaxDevices;
+}
+
+CSearchTable::CSearchTable() : m_count(0), m_fCallBack(nullptr), m_pUser(nullptr), m_records(nullptr) {
   for (auto& slot : m_list) slot = nullptr;
 }
 
@@ -31,26 +36,22 @@ void CSearchTable::Notify(long code, long index, __NetSDK_IPC_ENTRYV2* entry) {
   cb(code, index, entry, m_pUser);
 }
 
-long CSearchTable::Find(const char* uid) const {
-  for (int i = 0; i < m_count; ++i)
-    if (m_list[i] && std::strncmp(m_list[i]->szUID, uid, sizeof(m_list[i]->szUID)) == 0) return i;
-  return -1;
-}
+long CSearchTable::Find(const char* uid) { return m_index.Find(uid, m_list, m_count); }
 
 __NetSDK_IPC_ENTRYV2* CSearchTable::Slot(long index) {
   if (index < 0 || index >= kMaxDevices) return nullptr;
+  m_index.Invalidate();  // the caller may change the UID
   return m_list[index];
 }
 
-// Takes ownership of `fresh`: stores it, compares it with the known record, or drops it.
-int CSearchTable::Store(__NetSDK_IPC_ENTRYV2* fresh) {
-  std::unique_ptr<__NetSDK_IPC_ENTRYV2> owned(fresh);
+// Stores a copy of `fresh`, compares it with the known record, or drops it.
+int CSearchTable::Store(const __NetSDK_IPC_ENTRYV2& fresh) {
   CAutoLocker hold(m_lock);
-  long slot = Find(fresh->szUID);
+  long slot = Find(fresh.szUID);
   if (slot >= 0) {
-    if (std::memcmp(m_list[slot], fresh, sizeof(*fresh)) != 0) {
-      std::memcpy(m_list[slot], fresh, sizeof(*fresh));
-      Notify(SEARCH_CODE_CHANGED, slot, fresh);
+    if (std::memcmp(m_list[slot], &fresh, sizeof(fresh)) != 0) {
+      std::memcpy(m_list[slot], &fresh, sizeof(fresh));
+      Notify(SEARCH_CODE_CHANGED, slot, const_cast<__NetSDK_IPC_ENTRYV2*>(&fresh));
     }
     return -3;
   }
@@ -58,9 +59,13 @@ int CSearchTable::Store(__NetSDK_IPC_ENTRYV2* fresh) {
     SearchLog(0, "[CSearchIPC] found new entry, but ipc count exceed %d\n", static_cast<int>(kMaxDevices));
     return -3;
   }
-  SearchLog(0, "[CSearchIPC] found new device, IP=[%s]\n", fresh->lanCfg.szIP);
+  if (!m_records && !(m_records = reinterpret_cast<__NetSDK_IPC_ENTRYV2*>(AllocLazyBuffer(kRecordsBytes))))
+    return -3;  // no memory for the table: the answer is dropped
+  SearchLog(0, "[CSearchIPC] found new device, IP=[%s]\n", fresh.lanCfg.szIP);
   int index = m_count;
-  m_list[index] = owned.release();
+  m_list[index] = &m_records[index];
+  std::memcpy(m_list[index], &fresh, sizeof(fresh));
+  m_index.Add(index, fresh.szUID);
   m_count = index + 1;
   Notify(SEARCH_CODE_NEW, index, m_list[index]);
   return 0;
@@ -76,9 +81,9 @@ int CSearchTable::HandleSearchAnswer(const char* msg, int len) {
     SearchLog(0, "[CSearchIPC] Input msg data len < 0 \n");
     return -2;
   }
-  std::unique_ptr<__NetSDK_IPC_ENTRYV2> fresh(new __NetSDK_IPC_ENTRYV2);
-  if (ParseSearchAnswer(msg, fresh.get()) != 0) return -3;
-  return Store(fresh.release());
+  __NetSDK_IPC_ENTRYV2 fresh;  // the worker's stack has room; no heap block per answer
+  if (ParseSearchAnswer(msg, &fresh) != 0) return -3;
+  return Store(fresh);
 }
 
 int CSearchTable::HandleSetupAnswer(const char* msg, int len, int msgcode, const char* msgflag) {
@@ -147,10 +152,10 @@ int CSearchTable::GetIPCInfoXML(long index, char* buf, int size) {
 
 int CSearchTable::Clear() {
   CAutoLocker hold(m_lock);
-  for (auto& slot : m_list) {
-    delete slot;
-    slot = nullptr;
-  }
+  for (auto& slot : m_list) slot = nullptr;
   m_count = 0;
+  m_index.Reset();
+  FreeLazyBuffer(reinterpret_cast<char*>(m_records), kRecordsBytes);
+  m_records = nullptr;
   return 0;
 }

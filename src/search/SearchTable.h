@@ -11,6 +11,7 @@
 
 #include "QXNetSDK.h"
 #include "base/Locker.h"
+#include "search/SearchUidIndex.h"
 
 enum {
   SEARCH_CODE_NEW = 1,
@@ -39,22 +40,29 @@ class CSearchTable {
   int Clear();
 
   // For the network setup requests: the lock, and the record in a slot (null when empty
-  // or out of range). Use the record only while holding the lock.
+  // or out of range). Use the record only while holding the lock; the caller may rewrite
+  // it whole, UID included.
   CLocker& Lock() { return m_lock; }
   __NetSDK_IPC_ENTRYV2* Slot(long index);
 
  private:
   CSearchTable(const CSearchTable&) = delete;
   CSearchTable& operator=(const CSearchTable&) = delete;
-  long Find(const char* uid) const;
+  long Find(const char* uid);
   void Notify(long code, long index, __NetSDK_IPC_ENTRYV2* entry);
-  int Store(__NetSDK_IPC_ENTRYV2* fresh);
+  int Store(const __NetSDK_IPC_ENTRYV2& fresh);
 
   CLocker m_lock;
   __NetSDK_IPC_ENTRYV2* m_list[kMaxDevices];
   std::atomic<int> m_count;
   std::atomic<fSearchDevStatusCallBack> m_fCallBack;
   std::atomic<void*> m_pUser;
+  // The records behind m_list: slot i's is m_records[i]. One mapping, made for the first
+  // device and released by Clear, whose pages become resident as slots are filled: a heap
+  // block of 4,784 bytes per answer made the allocator merge its freed small blocks every
+  // time, which cost more than reading the answer.
+  __NetSDK_IPC_ENTRYV2* m_records;
+  CSearchUidIndex m_index;
 };
 
 #endif

@@ -120,19 +120,22 @@ void CSearchIPC::DrainQueue() {
   }
 }
 
-int CSearchIPC::ReceiveData() {
+// Empties the socket into the queue before each datagram is handled, so that a burst of
+// answers waits in the queue rather than overflowing the socket's receive buffer.
+int CSearchIPC::ReceiveData(bool socketReadable) {
   int sock = m_iSock;
   if (sock < 0) return -1;
-  char* buf = m_pRecvBuf.get();
-  long n = UdpRecvFrom(sock, buf, kSearchMsgSize, &m_peerAddr, &m_peerPort);
-  if (n < 0) {
+  if (socketReadable) m_rxq.Drain([sock](UdpRecvSlot* slots, int n) { return UdpRecvBatch(sock, slots, n); });
+  SearchDatagram d;
+  int k = m_rxq.Next(&d);
+  if (k < 0) {
     CloseSocktFd();
     return -1;
   }
-  // An empty datagram says nothing, and anyone may send one: the socket stays.
-  if (n == 0) return 0;
-  buf[n] = '\0';
-  return HandleDatagram(buf, static_cast<int>(n));
+  if (k == 0) return 0;
+  m_peerAddr = d.fromNetOrder;
+  m_peerPort = d.fromPort;
+  return HandleDatagram(d.text, d.len);
 }
 
 int CSearchIPC::HandleDatagram(const char* text, int len) {
@@ -169,10 +172,13 @@ int CSearchIPC::Select(int timeoutMs) {
   return PollSocketWake(m_iSock, true, queued, m_wake.Fd(), timeoutMs);
 }
 
+// One pass handles at most one datagram, then sends what is queued, as before the receive
+// queue; while datagrams wait in the queue the pass does not block.
 int CSearchIPC::ThreadProc() {
   CResendSchedule resend;
   while (m_bRunning) {
     if (m_iSock < 0) {
+      m_rxq.Clear();  // they went with the socket
       RefreshHostAddrs();
       if (Connect() != 0) {
         SearchLog(0, "[CSearchIPC] Connect failed \n");
@@ -186,7 +192,7 @@ int CSearchIPC::ThreadProc() {
       SendMsgToIPC(SEARCH_CMD_SEARCH, nullptr);
       resend.Sent(now);
     }
-    int64_t wait = resend.MsUntilDue(WallClockMs());
+    int64_t wait = m_rxq.Empty() ? resend.MsUntilDue(WallClockMs()) : 0;
     const int64_t cap = kMaxWaitMs;
     int r = Select(static_cast<int>(wait > cap ? cap : wait));
     if (r == QXNET_SOCKET_BROKEN) {
@@ -194,9 +200,10 @@ int CSearchIPC::ThreadProc() {
       continue;
     }
     if (r & QXPOLL_WAKE) m_wake.Drain();
-    if (r & QXPOLL_READ) ReceiveData();
+    if ((r & QXPOLL_READ) || !m_rxq.Empty()) ReceiveData((r & QXPOLL_READ) != 0);
     if ((r & QXPOLL_WRITE) && m_bRunning) DrainQueue();
   }
   CloseSocktFd();
+  m_rxq.Clear();
   return 0;
 }

@@ -7,4 +7,6 @@ list(APPEND QXNET_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/SearchConfigXml.cpp
   ${CMAKE_CURRENT_LIST_DIR}/SearchProto.cpp
   ${CMAKE_CURRENT_LIST_DIR}/SearchNetwork.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/SearchRecvQueue.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/SearchUidIndex.cpp
   ${CMAKE_CURRENT_LIST_DIR}/SearchLog.cpp)

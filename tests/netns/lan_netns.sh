@@ -66,6 +66,7 @@ check_prerequisites() {
   [ "$EUID" = 0 ] || skip "network namespaces need root (running as uid $EUID)"
   command -v ip >/dev/null || skip "no 'ip' command (install iproute2)"
   command -v setpriv >/dev/null || skip "no 'setpriv' command (install util-linux)"
+  command -v chrt >/dev/null || skip "no 'chrt' command (install util-linux)"
 }
 
 make_namespaces() {

@@ -54,8 +54,9 @@ class LanDiscovery : public ::testing::Test {
     sim_.reset();
   }
   // Starts the LAN simulator, then the search; skips when this build has no discovery.
-  void Start(int n, const std::vector<std::string>& extra = {}, const std::string& pace = "") {
-    sim_ = lantest::StartLanSim(n, extra);
+  void Start(int n, const std::vector<std::string>& extra = {}, const std::string& pace = "",
+             bool simIdle = false) {
+    sim_ = lantest::StartLanSim(n, extra, simIdle);
     ASSERT_TRUE(sim_->ok()) << sim_->error();
     if (!pace.empty()) {
       ASSERT_TRUE(sim_->cmdOk("LAN PACE " + pace));
@@ -169,6 +170,38 @@ TEST_F(LanDiscovery, TheTableStopsAtOneThousand) {
   __NetSDK_IPC_ENTRYV2 e;
   EXPECT_EQ(0, QXNet_Loc_GetIPCInfo(999, &e));
   EXPECT_EQ(-96, QXNet_Loc_GetIPCInfo(1000, &e));
+}
+
+// 1,000 devices answer the first search request back to back (no pause): every one lands
+// from that single burst, before the second request (more than 7 s later) could repeat it.
+// The simulator sends whenever a core is free; it never takes the library's core.
+TEST_F(LanDiscovery, AnUnpacedBurstOfOneThousandAllLand) {
+  Start(1000, {"--lan-kinds", "IPC"}, "", true);
+  if (IsSkipped() || HasFatalFailure()) return;
+  ASSERT_TRUE(sim_->cmdOk("LAN WAIT 30001 1 5000")) << sim_->cmd("LAN");
+  // Polled rather than woken by every callback: a waiter woken 1,000 times would contend
+  // with the worker for the events' lock, and what is measured is the worker alone.
+  auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+  while (events_.Count(1) < 1000 && std::chrono::steady_clock::now() < end)
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  bool all = events_.Count(1) >= 1000;
+  std::string stats = sim_->cmd("LAN");
+  ASSERT_EQ("1", DevSim::fields(stats)["cmd30001"]) << "a second search request was answered: " << stats;
+  ASSERT_TRUE(all) << events_.Count(1) << " of 1000 new-device callbacks; " << stats;
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  auto events = events_.Snapshot();
+  ASSERT_EQ(1000u, events.size());
+  std::set<std::string> uids;
+  for (size_t i = 0; i < events.size(); ++i) {
+    EXPECT_EQ(1, events[i].code);
+    EXPECT_EQ(static_cast<long>(i), events[i].index);  // slots filled in arrival order
+    uids.insert(events[i].uid);
+  }
+  EXPECT_EQ(1000u, uids.size());
+  EXPECT_EQ(1000, QXNet_GetSearchIPCCount());
+  // The devices answer in their own order over one link, so the slots follow it.
+  EXPECT_EQ(Device(0)["uid"], events.front().uid);
+  EXPECT_EQ(Device(999)["uid"], events.back().uid);
 }
 
 TEST_F(LanDiscovery, HostileAnswersNeitherCrashNorStopTheSearch) {

@@ -291,3 +291,85 @@ TEST(SearchTable, ClearEmptiesAndSlotsRefill) {
   EXPECT_EQ(Feed(t, Answer(Device())), 0);
   EXPECT_EQ(t.Count(), 1);
 }
+
+// Network setup rewrites a stored record whole, UID included: lookups follow the new UID.
+TEST(SearchTable, AUidRewrittenInPlaceIsFoundUnderTheNewOne) {
+  CSearchTable t;
+  Recorder r;
+  t.SetCallback(&Recorder::Cb, &r);
+  Device a, b;
+  b.uid = "SECOND";
+  Feed(t, Answer(a));
+  Feed(t, Answer(b));
+  {
+    CAutoLocker hold(t.Lock());
+    std::strcpy(t.Slot(0)->szUID, "RENAMED");
+  }
+  EXPECT_EQ(Feed(t, Answer(a)), 0) << "the old UID is a new device now";
+  Device renamed;
+  renamed.uid = "RENAMED";
+  renamed.rtspPort = 1;
+  EXPECT_EQ(Feed(t, Answer(renamed)), -3);
+  std::vector<CallbackEvent> ev = r.Events();
+  ASSERT_EQ(ev.size(), 4u);
+  EXPECT_EQ(ev[2].code, 1);
+  EXPECT_EQ(ev[2].index, 2);
+  EXPECT_EQ(ev[3].code, 2);
+  EXPECT_EQ(ev[3].index, 0);
+}
+
+// Two slots holding one UID (a setup request copied one record over another): the first
+// slot answers, as a search in slot order would find it.
+TEST(SearchTable, OfTwoSlotsWithOneUidTheFirstIsFound) {
+  CSearchTable t;
+  Recorder r;
+  t.SetCallback(&Recorder::Cb, &r);
+  for (const char* uid : {"A", "B", "C"}) {
+    Device d;
+    d.uid = uid;
+    Feed(t, Answer(d));
+  }
+  {
+    CAutoLocker hold(t.Lock());
+    std::strcpy(t.Slot(2)->szUID, "B");
+    std::strcpy(t.Slot(1)->szUID, "X");
+    std::strcpy(t.Slot(0)->szUID, "B");
+  }
+  std::string m = SetupAnswer(30004, "B", "tk", "0");
+  t.HandleSetupAnswer(m.c_str(), static_cast<int>(m.size()), 30004, "0");
+  ASSERT_EQ(r.Events().size(), 4u);
+  EXPECT_EQ(r.Events().back().code, 3);
+  EXPECT_EQ(r.Events().back().index, 0);
+  {
+    CAutoLocker hold(t.Lock());
+    std::strcpy(t.Slot(0)->szUID, "Z");
+  }
+  t.HandleSetupAnswer(m.c_str(), static_cast<int>(m.size()), 30004, "0");
+  EXPECT_EQ(r.Events().back().index, 2);
+}
+
+// A full table of distinct UIDs that share long prefixes: each answer again finds its own
+// slot, and after Clear the same UIDs are new again.
+TEST(SearchTable, EveryOneOfAThousandFindsItsOwnSlot) {
+  CSearchTable t;
+  Recorder r;
+  t.SetCallback(&Recorder::Cb, &r);
+  auto dev = [](int i, int port) {
+    Device d;
+    d.uid = "QXSIM-0000000000-" + std::to_string(i);
+    d.rtspPort = port;
+    return d;
+  };
+  for (int i = 0; i < 1000; ++i) ASSERT_EQ(Feed(t, Answer(dev(i, 554))), 0);
+  for (int i = 999; i >= 0; i -= 7) Feed(t, Answer(dev(i, 1000 + i)));
+  std::vector<CallbackEvent> ev = r.Events();
+  ASSERT_EQ(ev.size(), 1000u + 143u);
+  for (size_t k = 1000; k < ev.size(); ++k) {
+    EXPECT_EQ(ev[k].code, 2);
+    EXPECT_EQ(ev[k].rtspPort, 1000 + ev[k].index);
+    EXPECT_EQ(ev[k].uid, "QXSIM-0000000000-" + std::to_string(ev[k].index));
+  }
+  t.Clear();
+  EXPECT_EQ(Feed(t, Answer(dev(500, 554))), 0);
+  EXPECT_EQ(r.Events().back().index, 0);
+}
