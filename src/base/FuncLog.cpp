@@ -20,12 +20,25 @@ pthread_mutex_t s_wakeMutex = PTHREAD_MUTEX_INITIALIZER;
 pthread_cond_t s_wakeCond = PTHREAD_COND_INITIALIZER;
 }  // namespace
 
+void CLogQueue::Push(unsigned int level, const char* text, size_t length) {
+  Head h{level, static_cast<uint32_t>(length + 1)};
+  const char* head = reinterpret_cast<const char*>(&h);
+  m_bytes.insert(m_bytes.end(), head, head + sizeof(h));
+  m_bytes.insert(m_bytes.end(), text, text + length + 1);
+}
+
+void CLogQueue::Clear() {
+  m_bytes.clear();
+  // A burst (thousands of logins) may have grown it: that room is given back.
+  if (m_bytes.capacity() > (1u << 20)) m_bytes.shrink_to_fit();
+}
+
 CFCLog::CFCLog() : m_thread(), m_bHasThread(false), m_bRunning(false) {}
 
 CFCLog::~CFCLog() {
   Stop();
   CAutoLocker guard(m_queueLock);
-  m_queue.clear();
+  m_queue.Clear();
 }
 
 bool CFCLog::IsRunning() const { return m_bRunning; }
@@ -110,17 +123,21 @@ int CFCLog::Out(unsigned int level, const char* format, va_list args) {
     cb(level, line);
     return 1;
   }
+  size_t length = std::strlen(line);
   CAutoLocker guard(m_queueLock);
-  m_queue.push_back(LogParam{level, std::string(line)});
+  m_queue.Push(level, line, length);
   return 1;
 }
 
 int CFCLog::Run() {
+  // Swapped with the queue each turn: both keep their room, so a steady stream of lines
+  // costs no allocation.
+  CLogQueue taken;
   while (m_bRunning) {
     bool empty;
     {
       CAutoLocker guard(m_queueLock);
-      empty = m_queue.empty();
+      empty = m_queue.Empty();
     }
     if (empty) {
       pthread_mutex_lock(&s_wakeMutex);
@@ -136,16 +153,17 @@ int CFCLog::Run() {
       pthread_mutex_unlock(&s_wakeMutex);
       continue;
     }
-    std::vector<LogParam> taken;
     {
       CAutoLocker guard(m_queueLock);
-      taken.swap(m_queue);
+      taken.Swap(m_queue);
     }
-    for (const LogParam& rec : taken) {
-      if (!m_bRunning) break;
+    taken.ForEach([this](unsigned int level, const char* text) {
+      if (!m_bRunning) return false;
       QXNetLogSink cb = g_fLogCallBack;
-      if (cb) cb(rec.level, rec.text.c_str());
-    }
+      if (cb) cb(level, text);
+      return true;
+    });
+    taken.Clear();
   }
   return 0;
 }
