@@ -66,19 +66,23 @@ void CFCLog::Stop() {
 }
 
 namespace {
-// The line prefix changes once a second: each thread keeps the last one it built, so
-// that a busy thread does not convert the time (which takes the C library's time-zone
-// lock) for every line.
+// The line prefix changes once a second: one copy for the whole process, rebuilt when
+// the second turns, so that a line does not convert the time (which takes the C
+// library's time-zone lock). A per-thread copy missed on nearly every line once
+// thousands of session threads log a few lines every ten seconds each.
 struct PrefixCache {
   time_t second = -1;
   char text[48];
   int length = 0;
 };
+PrefixCache s_prefix;
+pthread_mutex_t s_prefixLock = PTHREAD_MUTEX_INITIALIZER;
 
 // Writes the prefix of a line logged now into `line`; its length, or -1.
 int WritePrefix(char* line) {
-  static thread_local PrefixCache cache;
   time_t now = time(nullptr);
+  CMutexGuard guard(&s_prefixLock);
+  PrefixCache& cache = s_prefix;
   if (now != cache.second) {
     struct tm lt;
     if (!localtime_r(&now, &lt)) return -1;
