@@ -17,6 +17,10 @@
 
 namespace {
 const size_t kWorkerStack = 0x80000;
+// The thread library keeps a thread's static TLS and its descriptor at the top of a stack
+// it is given: the block's stack has room for them beyond the worker's 512 KiB. Pages
+// never touched cost nothing.
+const size_t kBlockStack = kWorkerStack + 0x10000;
 
 void CopyField(char* dst, size_t size, const char* src) {
   std::memset(dst, 0, size);
@@ -102,7 +106,7 @@ CDevComControl::~CDevComControl() {
 
 int CDevComControl::InitDevCom() {
   // Pages become resident only as frames use them, which keeps idle sessions cheap.
-  if (!m_pRecvBuf && !m_pWorkBuf && m_block.Alloc(kWorkerStack, QXNET_RECV_BUF_SIZE, QXNET_WORK_BUF_SIZE)) {
+  if (!m_pRecvBuf && !m_pWorkBuf && m_block.Alloc(kBlockStack, QXNET_RECV_BUF_SIZE, QXNET_WORK_BUF_SIZE)) {
     m_pRecvBuf = m_block.RecvBuf();
     m_pWorkBuf = m_block.WorkBuf();
   }
@@ -136,9 +140,11 @@ int CDevComControl::LoginDev(const char* ip, unsigned int port, const char* user
 int CDevComControl::StartWorker() {
   // A worker from an earlier login must be gone before another runs on its stack.
   if (m_worker.valid) JoinWorker();
-  if (m_block.Held())
-    return SDKThreadStartOnStack(&CDevComControl::ThreadFunc, m_block.StackLow(), m_block.StackSize(), this,
-                                 &m_worker);
+  if (m_block.Held() && SDKThreadStartOnStack(&CDevComControl::ThreadFunc, m_block.StackLow(),
+                                              m_block.StackSize(), this, &m_worker) == 0)
+    return 0;
+  // A stack the thread library cannot use (a sanitizer's runtime wants far more room for
+  // its thread data than the block holds): the library's own stack then, as before.
   return SDKThreadStart(&CDevComControl::ThreadFunc, kWorkerStack, this, &m_worker);
 }
 
