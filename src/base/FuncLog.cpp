@@ -20,12 +20,25 @@ pthread_mutex_t s_wakeMutex = PTHREAD_MUTEX_INITIALIZER;
 pthread_cond_t s_wakeCond = PTHREAD_COND_INITIALIZER;
 }  // namespace
 
+void CLogQueue::Push(unsigned int level, const char* text, size_t length) {
+  Head h{level, static_cast<uint32_t>(length + 1)};
+  const char* head = reinterpret_cast<const char*>(&h);
+  m_bytes.insert(m_bytes.end(), head, head + sizeof(h));
+  m_bytes.insert(m_bytes.end(), text, text + length + 1);
+}
+
+void CLogQueue::Clear() {
+  m_bytes.clear();
+  // A burst (thousands of logins) may have grown it: that room is given back.
+  if (m_bytes.capacity() > (1u << 20)) m_bytes.shrink_to_fit();
+}
+
 CFCLog::CFCLog() : m_thread(), m_bHasThread(false), m_bRunning(false) {}
 
 CFCLog::~CFCLog() {
   Stop();
   CAutoLocker guard(m_queueLock);
-  m_queue.clear();
+  m_queue.Clear();
 }
 
 bool CFCLog::IsRunning() const { return m_bRunning; }
@@ -53,19 +66,23 @@ void CFCLog::Stop() {
 }
 
 namespace {
-// The line prefix changes once a second: each thread keeps the last one it built, so
-// that a busy thread does not convert the time (which takes the C library's time-zone
-// lock) for every line.
+// The line prefix changes once a second: one copy for the whole process, rebuilt when
+// the second turns, so that a line does not convert the time (which takes the C
+// library's time-zone lock). A per-thread copy missed on nearly every line once
+// thousands of session threads log a few lines every ten seconds each.
 struct PrefixCache {
   time_t second = -1;
   char text[48];
   int length = 0;
 };
+PrefixCache s_prefix;
+pthread_mutex_t s_prefixLock = PTHREAD_MUTEX_INITIALIZER;
 
 // Writes the prefix of a line logged now into `line`; its length, or -1.
 int WritePrefix(char* line) {
-  static thread_local PrefixCache cache;
   time_t now = time(nullptr);
+  CMutexGuard guard(&s_prefixLock);
+  PrefixCache& cache = s_prefix;
   if (now != cache.second) {
     struct tm lt;
     if (!localtime_r(&now, &lt)) return -1;
@@ -110,17 +127,21 @@ int CFCLog::Out(unsigned int level, const char* format, va_list args) {
     cb(level, line);
     return 1;
   }
+  size_t length = std::strlen(line);
   CAutoLocker guard(m_queueLock);
-  m_queue.push_back(LogParam{level, std::string(line)});
+  m_queue.Push(level, line, length);
   return 1;
 }
 
 int CFCLog::Run() {
+  // Swapped with the queue each turn: both keep their room, so a steady stream of lines
+  // costs no allocation.
+  CLogQueue taken;
   while (m_bRunning) {
     bool empty;
     {
       CAutoLocker guard(m_queueLock);
-      empty = m_queue.empty();
+      empty = m_queue.Empty();
     }
     if (empty) {
       pthread_mutex_lock(&s_wakeMutex);
@@ -136,16 +157,17 @@ int CFCLog::Run() {
       pthread_mutex_unlock(&s_wakeMutex);
       continue;
     }
-    std::vector<LogParam> taken;
     {
       CAutoLocker guard(m_queueLock);
-      taken.swap(m_queue);
+      taken.Swap(m_queue);
     }
-    for (const LogParam& rec : taken) {
-      if (!m_bRunning) break;
+    taken.ForEach([this](unsigned int level, const char* text) {
+      if (!m_bRunning) return false;
       QXNetLogSink cb = g_fLogCallBack;
-      if (cb) cb(rec.level, rec.text.c_str());
-    }
+      if (cb) cb(level, text);
+      return true;
+    });
+    taken.Clear();
   }
   return 0;
 }

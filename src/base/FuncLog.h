@@ -7,8 +7,9 @@
 
 #include <atomic>
 #include <cstdarg>
+#include <cstdint>
+#include <cstring>
 
-#include <string>
 #include <vector>
 
 #include "base/Locker.h"
@@ -21,10 +22,39 @@ typedef void (*QXNetLogSink)(unsigned int level, const char* line);
 extern std::atomic<QXNetLogSink> g_fLogCallBack;
 extern std::atomic<unsigned int> g_fLogLevel;
 
-struct LogParam {
-  unsigned int level;
-  std::string text;
+// Lines waiting for a callback, packed one after another in one byte array: each is its
+// level, its length with the terminating zero, then the text. Thousands of sessions log
+// a few lines per heartbeat each; a heap string per line (allocated on the logging
+// thread, freed on the writer) cost more than building the line.
+class CLogQueue {
+ public:
+  void Push(unsigned int level, const char* text, size_t length);
+  bool Empty() const { return m_bytes.empty(); }
+  void Swap(CLogQueue& other) { m_bytes.swap(other.m_bytes); }
+  // Calls fn(level, text) for every line in order until fn returns false.
+  template <typename Fn>
+  void ForEach(Fn fn) const;
+  // Forgets the lines, keeping the room unless it has grown past a burst's worth.
+  void Clear();
+
+ private:
+  struct Head {
+    unsigned int level;
+    uint32_t size;  // text bytes with the terminating zero
+  };
+  std::vector<char> m_bytes;
 };
+
+template <typename Fn>
+void CLogQueue::ForEach(Fn fn) const {
+  size_t at = 0;
+  while (at + sizeof(Head) <= m_bytes.size()) {
+    Head h;
+    std::memcpy(&h, m_bytes.data() + at, sizeof(h));
+    if (!fn(h.level, m_bytes.data() + at + sizeof(h))) return;
+    at += sizeof(h) + h.size;
+  }
+}
 
 class CFCLog {
  public:
@@ -48,7 +78,7 @@ class CFCLog {
 
   pthread_t m_thread;
   bool m_bHasThread;
-  std::vector<LogParam> m_queue;
+  CLogQueue m_queue;
   CLocker m_queueLock;
   std::atomic<bool> m_bRunning;
 };

@@ -55,6 +55,26 @@ int SDKThreadStart(void (*entry)(void*), unsigned int stackSize, void* arg, SDKT
   return 0;
 }
 
+int SDKThreadStartOnStack(void (*entry)(void*), void* stackLow, size_t stackSize, void* arg,
+                          SDKThreadHandle* out) {
+  if (!entry || !out || !stackLow || stackSize < static_cast<size_t>(PTHREAD_STACK_MIN)) return -1;
+  out->valid = false;
+  pthread_attr_t attr;
+  pthread_attr_init(&attr);
+  int rc = pthread_attr_setstack(&attr, stackLow, stackSize);
+  SpawnArgs* a = new SpawnArgs{entry, arg};
+  pthread_t t;
+  if (rc == 0) rc = pthread_create(&t, &attr, SpawnTrampoline, a);
+  pthread_attr_destroy(&attr);
+  if (rc != 0) {
+    delete a;
+    return -1;
+  }
+  out->id = static_cast<unsigned long>(t);
+  out->valid = true;
+  return 0;
+}
+
 void SDKThreadJoin(SDKThreadHandle* h) {
   if (!h || !h->valid) return;
   pthread_join(static_cast<pthread_t>(h->id), nullptr);

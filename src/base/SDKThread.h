@@ -2,6 +2,7 @@
 #ifndef QXNET_BASE_SDKTHREAD_H
 #define QXNET_BASE_SDKTHREAD_H
 
+#include <cstddef>
 #include <cstdint>
 
 // Starts a detached thread running entry(arg); 0, or -1 when it cannot be created.
@@ -14,6 +15,10 @@ struct SDKThreadHandle {
 };
 // Starts entry(arg) on a joinable thread; 0, or -1 (handle left invalid).
 int SDKThreadStart(void (*entry)(void*), unsigned int stackSize, void* arg, SDKThreadHandle* out);
+// Starts entry(arg) on a joinable thread that runs on the caller's memory [stackLow,
+// stackLow + stackSize): the memory must stay mapped until SDKThreadJoin has returned.
+int SDKThreadStartOnStack(void (*entry)(void*), void* stackLow, size_t stackSize, void* arg,
+                          SDKThreadHandle* out);
 // Waits for the thread to end and invalidates the handle; nothing for an invalid handle.
 void SDKThreadJoin(SDKThreadHandle* h);
 // True when called on the thread the handle names.

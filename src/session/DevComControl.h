@@ -25,6 +25,8 @@
 #include <string>
 
 #include "QXNetSDK.h"
+#include "base/SDKThread.h"
+#include "base/SessionBlock.h"
 #include "base/WakeEvent.h"
 #include "media/DownloadWriter.h"
 #include "media/ReplayAssembler.h"
@@ -211,6 +213,11 @@ class CDevComControl : private media::IDownloadHost {
   bool UploadTurnDue() const;
   bool DownloadRetryDue() const;
   void MarkThreadExited();
+  // Starts the worker on the session block's stack (on a stack of its own when the block
+  // could not be mapped); 0 or -1.
+  int StartWorker();
+  // Waits until the worker thread is gone (its stack may be unmapped then).
+  void JoinWorker();
   // Sends the heartbeat when it falls due while a frame is being received, so that a
   // device trickling bytes cannot hold it back (worker only).
   void KeepHeartbeatDuringReceive();
@@ -300,6 +307,9 @@ class CDevComControl : private media::IDownloadHost {
   std::string m_strDevKey;
   std::atomic<int> m_iSockFd;
   int m_nChannel;
+  // The worker's stack and the two buffers below, in one mapping.
+  CSessionBlock m_block;
+  SDKThreadHandle m_worker;
   char* m_pRecvBuf;
   char* m_pWorkBuf;
   // Length of the frame now in the receive buffer (what the dispatcher and the

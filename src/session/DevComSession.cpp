@@ -16,6 +16,12 @@
 #include "session/Protocol.h"
 
 namespace {
+const size_t kWorkerStack = 0x80000;
+// The thread library keeps a thread's static TLS and its descriptor at the top of a stack
+// it is given: the block's stack has room for them beyond the worker's 512 KiB. Pages
+// never touched cost nothing.
+const size_t kBlockStack = kWorkerStack + 0x10000;
+
 void CopyField(char* dst, size_t size, const char* src) {
   std::memset(dst, 0, size);
   if (src) std::memcpy(dst, src, strnlen(src, size - 1));
@@ -41,6 +47,7 @@ CDevComControl::CDevComControl(ISessionSink* sink, const std::atomic<int>* autoR
       m_nLastHeartbeat(0),
       m_iSockFd(-1),
       m_nChannel(0),
+      m_worker{0, false},
       m_pRecvBuf(nullptr),
       m_pWorkBuf(nullptr),
       m_nRecvLen(0),
@@ -73,6 +80,12 @@ CDevComControl::CDevComControl(ISessionSink* sink, const std::atomic<int>* autoR
 }
 
 CDevComControl::~CDevComControl() {
+  // Normally joined by the logout already; the block holds the worker's stack, so it
+  // must not go while the worker runs.
+  if (m_worker.valid) {
+    RequestStop();
+    JoinWorker();
+  }
   CloseSocktFd();
   {
     CMutexGuard guard(&m_sendLock);
@@ -83,14 +96,20 @@ CDevComControl::~CDevComControl() {
   if (m_upload.file) std::fclose(m_upload.file);
   if (m_portDownload.tempFile) std::fclose(m_portDownload.tempFile);
   delete m_cfgDownload.recver;
-  FreeLazyBuffer(m_pRecvBuf, QXNET_RECV_BUF_SIZE);
-  FreeLazyBuffer(m_pWorkBuf, QXNET_WORK_BUF_SIZE);
+  if (!m_block.Held()) {
+    FreeLazyBuffer(m_pRecvBuf, QXNET_RECV_BUF_SIZE);
+    FreeLazyBuffer(m_pWorkBuf, QXNET_WORK_BUF_SIZE);
+  }
   pthread_mutex_destroy(&m_sendLock);
   pthread_mutex_destroy(&m_opLock);
 }
 
 int CDevComControl::InitDevCom() {
   // Pages become resident only as frames use them, which keeps idle sessions cheap.
+  if (!m_pRecvBuf && !m_pWorkBuf && m_block.Alloc(kBlockStack, QXNET_RECV_BUF_SIZE, QXNET_WORK_BUF_SIZE)) {
+    m_pRecvBuf = m_block.RecvBuf();
+    m_pWorkBuf = m_block.WorkBuf();
+  }
   if (!m_pRecvBuf) m_pRecvBuf = AllocLazyBuffer(QXNET_RECV_BUF_SIZE);
   if (!m_pWorkBuf) m_pWorkBuf = AllocLazyBuffer(QXNET_WORK_BUF_SIZE);
   return 0;
@@ -109,13 +128,40 @@ int CDevComControl::LoginDev(const char* ip, unsigned int port, const char* user
   // thread's first instruction still waits for it instead of freeing the session under it.
   m_bThreadExited = false;
   m_bThreadRun = true;
-  if (_SDK_ThreadSpawn(&CDevComControl::ThreadFunc, 0x80000, this) != 0) {
+  if (StartWorker() != 0) {
     m_bThreadRun = false;
     MarkThreadExited();
     fLog(0, "[LoginDev] task spawn DevComControl failed \n");
     return QXNET_E_SPAWN;
   }
   return 0;
+}
+
+int CDevComControl::StartWorker() {
+  // A worker from an earlier login must be gone before another runs on its stack.
+  if (m_worker.valid) JoinWorker();
+  if (m_block.Held() && SDKThreadStartOnStack(&CDevComControl::ThreadFunc, m_block.StackLow(),
+                                              m_block.StackSize(), this, &m_worker) == 0)
+    return 0;
+  // A stack the thread library cannot use (a sanitizer's runtime wants far more room for
+  // its thread data than the block holds): the library's own stack then, as before.
+  return SDKThreadStart(&CDevComControl::ThreadFunc, kWorkerStack, this, &m_worker);
+}
+
+void CDevComControl::JoinWorker() {
+  if (!m_worker.valid) return;
+  if (SDKThreadIsCurrent(m_worker)) {
+    // The last reference dropped on the worker itself (cannot join itself): the thread
+    // is let go and its block kept, since the thread still runs on it.
+    pthread_detach(static_cast<pthread_t>(m_worker.id));
+    m_worker.valid = false;
+    if (m_block.Held()) {
+      m_block.Release();
+      m_pRecvBuf = m_pWorkBuf = nullptr;
+    }
+    return;
+  }
+  SDKThreadJoin(&m_worker);
 }
 
 void CDevComControl::RequestStop() {
@@ -125,7 +171,11 @@ void CDevComControl::RequestStop() {
 
 int CDevComControl::LogoutDev() {
   RequestStop();
-  {
+  if (m_worker.valid) {
+    // The join is the wait (the worker marks its exit before it returns): one wake-up of
+    // the caller instead of two, and the worker's stack may be unmapped right after.
+    JoinWorker();
+  } else {
     std::unique_lock<std::mutex> lock(m_exitMutex);
     m_exitCond.wait(lock, [this] { return m_bThreadExited.load(); });
   }
