@@ -17,6 +17,16 @@ void* SpawnTrampoline(void* p) {
   a.entry(a.arg);
   return nullptr;
 }
+
+// Creates the thread from prepared attributes and destroys them; the trampoline owns the
+// arguments once the thread exists.
+int CreateWithAttr(pthread_attr_t* attr, void (*entry)(void*), void* arg, pthread_t* t) {
+  SpawnArgs* a = new SpawnArgs{entry, arg};
+  int rc = pthread_create(t, attr, SpawnTrampoline, a);
+  pthread_attr_destroy(attr);
+  if (rc != 0) delete a;
+  return rc;
+}
 }  // namespace
 
 int _SDK_ThreadSpawn(void (*entry)(void*), unsigned int stackSize, void* arg) {
@@ -25,15 +35,8 @@ int _SDK_ThreadSpawn(void (*entry)(void*), unsigned int stackSize, void* arg) {
   pthread_attr_init(&attr);
   pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
   if (stackSize >= PTHREAD_STACK_MIN) pthread_attr_setstacksize(&attr, stackSize);
-  SpawnArgs* a = new SpawnArgs{entry, arg};
   pthread_t t;
-  int rc = pthread_create(&t, &attr, SpawnTrampoline, a);
-  pthread_attr_destroy(&attr);
-  if (rc != 0) {
-    delete a;
-    return -1;
-  }
-  return 0;
+  return CreateWithAttr(&attr, entry, arg, &t) == 0 ? 0 : -1;
 }
 
 int SDKThreadStart(void (*entry)(void*), unsigned int stackSize, void* arg, SDKThreadHandle* out) {
@@ -42,14 +45,8 @@ int SDKThreadStart(void (*entry)(void*), unsigned int stackSize, void* arg, SDKT
   pthread_attr_t attr;
   pthread_attr_init(&attr);
   if (stackSize >= PTHREAD_STACK_MIN) pthread_attr_setstacksize(&attr, stackSize);
-  SpawnArgs* a = new SpawnArgs{entry, arg};
   pthread_t t;
-  int rc = pthread_create(&t, &attr, SpawnTrampoline, a);
-  pthread_attr_destroy(&attr);
-  if (rc != 0) {
-    delete a;
-    return -1;
-  }
+  if (CreateWithAttr(&attr, entry, arg, &t) != 0) return -1;
   out->id = static_cast<unsigned long>(t);
   out->valid = true;
   return 0;
@@ -61,15 +58,12 @@ int SDKThreadStartOnStack(void (*entry)(void*), void* stackLow, size_t stackSize
   out->valid = false;
   pthread_attr_t attr;
   pthread_attr_init(&attr);
-  int rc = pthread_attr_setstack(&attr, stackLow, stackSize);
-  SpawnArgs* a = new SpawnArgs{entry, arg};
-  pthread_t t;
-  if (rc == 0) rc = pthread_create(&t, &attr, SpawnTrampoline, a);
-  pthread_attr_destroy(&attr);
-  if (rc != 0) {
-    delete a;
+  if (pthread_attr_setstack(&attr, stackLow, stackSize) != 0) {
+    pthread_attr_destroy(&attr);
     return -1;
   }
+  pthread_t t;
+  if (CreateWithAttr(&attr, entry, arg, &t) != 0) return -1;
   out->id = static_cast<unsigned long>(t);
   out->valid = true;
   return 0;
