@@ -60,15 +60,35 @@ for c in $commands; do
 done
 ok "every command's --help, -h and help COMMAND"
 
-# Operation help after HOST PORT USER PASS must not connect: port 9 of 127.0.0.1 answers nothing.
-start=$(date +%s)
+# Operation help after HOST PORT USER PASS must not connect: a listener on 127.0.0.1 counts the
+# connections it accepts while every operation's help runs against its port.
+python3 - "$work/listener.port" "$work/listener.count" <<'PY' &
+import socket, sys, time
+s = socket.socket(); s.bind(("127.0.0.1", 0)); s.listen(16); s.settimeout(0.2)
+open(sys.argv[1] + ".tmp", "w").write(str(s.getsockname()[1]))
+import os; os.rename(sys.argv[1] + ".tmp", sys.argv[1])
+n = 0; end = time.time() + 120
+while time.time() < end and not os.path.exists(sys.argv[1] + ".stop"):
+    try:
+        c, _ = s.accept(); n += 1; c.close()
+    except socket.timeout:
+        pass
+open(sys.argv[2], "w").write(str(n))
+PY
+listener=$!
+fails_before=$fails
+for _ in $(seq 100); do [ -s "$work/listener.port" ] && break; sleep 0.1; done
+lport="$(cat "$work/listener.port" 2>/dev/null || echo 9)"
 for c in config reboot restore ptz userdata upgrade config-file records replay download; do
-  out="$("$qxnet" 127.0.0.1 9 admin admin "$c" --help 2>&1)"
+  out="$("$qxnet" 127.0.0.1 "$lport" admin admin "$c" --help 2>&1)"
   rc=$?
   [ $rc = 0 ] && grep -q "^$c: " <<<"$out" || fail "qxnet HOST PORT USER PASS $c --help: exit $rc: $out"
 done
-[ $(( $(date +%s) - start )) -le 3 ] || fail "operation help took too long: did it connect?"
-ok "operation --help after HOST PORT USER PASS"
+touch "$work/listener.port.stop"
+wait "$listener"
+[ "$(cat "$work/listener.count" 2>/dev/null)" = 0 ] ||
+  fail "operation help connected to the device ($(cat "$work/listener.count" 2>/dev/null) connections)"
+[ "$fails" = "$fails_before" ] && ok "operation --help after HOST PORT USER PASS, no connection"
 
 # --- usage errors: exit 2, the command's usage on stderr, nothing on stdout ---------------------
 usage_case() { # NAME COMMAND-NAME ARGS...   (stderr must hold "qxnet ... COMMAND-NAME")
