@@ -5,7 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include <sched.h>
+
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -41,9 +46,17 @@ inline std::unique_ptr<qxtest::DevSim> StartLanSim(int n, const std::vector<std:
   args.insert(args.end(), extra.begin(), extra.end());
   qxtest::DevSimPlace place;
   place.launcher = {"ip", "netns", "exec", Env("QXNET_LAN_NS")};
-  if (idle) place.launcher.insert(place.launcher.end(), {"chrt", "--idle", "0"});
   place.controlHost = Env("QXNET_LAN_GATEWAY");
-  return std::unique_ptr<qxtest::DevSim>(new qxtest::DevSim(args, 10000, place));
+  std::unique_ptr<qxtest::DevSim> sim(new qxtest::DevSim(args, 10000, place));
+  // Moved to the idle class only once it listens: started there, on a machine whose cores
+  // are busy with other tests it may not get the moment it needs to come up at all.
+  // (`ip netns exec` execs the simulator, so the launcher's pid is the simulator's.)
+  if (idle && sim->ok()) {
+    struct sched_param none = {};
+    if (sched_setscheduler(sim->pid(), SCHED_IDLE, &none) != 0)
+      std::fprintf(stderr, "could not move qxdevsim to the idle class: %s\n", std::strerror(errno));
+  }
+  return sim;
 }
 
 }  // namespace lantest
