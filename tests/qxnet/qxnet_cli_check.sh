@@ -119,7 +119,7 @@ usage_case "version with an argument" version version extra
 usage_case "netinfo with an argument" netinfo netinfo x
 usage_case "discover with a bad option" discover discover --seconds
 usage_case "free-ip with a bad option" free-ip free-ip --seconds -1
-usage_case "set-ip without its address" set-ip set-ip UID 10.77.0.9
+usage_case "set-ip without its address" set-ip set-ip UID 127.0.0.9
 usage_case "restore without a UID" restore restore
 
 # --- connection failures: exit 3 ----------------------------------------------------------------
