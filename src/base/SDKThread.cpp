@@ -75,6 +75,12 @@ void SDKThreadJoin(SDKThreadHandle* h) {
   h->valid = false;
 }
 
+void SDKThreadDetach(SDKThreadHandle* h) {
+  if (!h || !h->valid) return;
+  pthread_detach(static_cast<pthread_t>(h->id));
+  h->valid = false;
+}
+
 bool SDKThreadIsCurrent(const SDKThreadHandle& h) {
   return h.valid && pthread_equal(static_cast<pthread_t>(h.id), pthread_self());
 }

@@ -21,6 +21,8 @@ int SDKThreadStartOnStack(void (*entry)(void*), void* stackLow, size_t stackSize
                           SDKThreadHandle* out);
 // Waits for the thread to end and invalidates the handle; nothing for an invalid handle.
 void SDKThreadJoin(SDKThreadHandle* h);
+// Lets the thread end on its own (it is never joined) and invalidates the handle.
+void SDKThreadDetach(SDKThreadHandle* h);
 // True when called on the thread the handle names.
 bool SDKThreadIsCurrent(const SDKThreadHandle& h);
 // Sleeps `ms` milliseconds; 0.

@@ -153,8 +153,7 @@ void CDevComControl::JoinWorker() {
   if (SDKThreadIsCurrent(m_worker)) {
     // The last reference dropped on the worker itself (cannot join itself): the thread
     // is let go and its block kept, since the thread still runs on it.
-    pthread_detach(static_cast<pthread_t>(m_worker.id));
-    m_worker.valid = false;
+    SDKThreadDetach(&m_worker);
     if (m_block.Held()) {
       m_block.Release();
       m_pRecvBuf = m_pWorkBuf = nullptr;

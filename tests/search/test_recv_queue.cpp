@@ -66,7 +66,7 @@ TEST(SearchRecvQueue, HandsOutDatagramsInArrivalOrderAcrossBatches) {
   for (int i = 0; i < 100; ++i) sock.Add("answer " + std::to_string(i), static_cast<uint32_t>(i));
   CSearchRecvQueue q;
   EXPECT_EQ(100, q.Drain(From(sock)));
-  EXPECT_GE(sock.asked.size(), 4u);  // batches of at most 32
+  EXPECT_GE(sock.asked.size(), 4u);  // batches of at most kBatch
   for (int n : sock.asked) EXPECT_LE(n, static_cast<int>(CSearchRecvQueue::kBatch));
   EXPECT_EQ(100u, q.Count());
   for (int i = 0; i < 100; ++i) {
