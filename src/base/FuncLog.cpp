@@ -28,9 +28,13 @@ void CLogQueue::Push(unsigned int level, const char* text, size_t length) {
 }
 
 void CLogQueue::Clear() {
+  size_t used = m_bytes.size();
   m_bytes.clear();
-  // A burst (thousands of logins) may have grown it: that room is given back.
-  if (m_bytes.capacity() > (1u << 20)) m_bytes.shrink_to_fit();
+  // Room a burst (thousands of logins) has grown is given back once a turn uses less than
+  // a quarter of it. A steady stream (a line per media pack) keeps its room: giving it
+  // back every turn made each turn grow the array again from nothing, copying and
+  // touching fresh pages for every line.
+  if (m_bytes.capacity() > kKeptBytes && used < m_bytes.capacity() / 4) m_bytes.shrink_to_fit();
 }
 
 CFCLog::CFCLog() : m_thread(), m_bHasThread(false), m_bRunning(false) {}

@@ -34,8 +34,11 @@ class CLogQueue {
   // Calls fn(level, text) for every line in order until fn returns false.
   template <typename Fn>
   void ForEach(Fn fn) const;
-  // Forgets the lines, keeping the room unless it has grown past a burst's worth.
+  // Forgets the lines, keeping the room unless a burst grew it past what is still used.
   void Clear();
+  size_t Capacity() const { return m_bytes.capacity(); }
+  // Room always kept.
+  static constexpr size_t kKeptBytes = 1u << 20;
 
  private:
   struct Head {
