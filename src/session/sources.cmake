@@ -5,6 +5,7 @@ list(APPEND QXNET_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/DevComSession.cpp
   ${CMAKE_CURRENT_LIST_DIR}/DevComWorker.cpp
   ${CMAKE_CURRENT_LIST_DIR}/SessionIo.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/RecvAhead.cpp
   ${CMAKE_CURRENT_LIST_DIR}/DevComDispatch.cpp
   ${CMAKE_CURRENT_LIST_DIR}/DevComRequests.cpp
   ${CMAKE_CURRENT_LIST_DIR}/DevComUpload.cpp
