@@ -20,23 +20,6 @@ pthread_mutex_t s_wakeMutex = PTHREAD_MUTEX_INITIALIZER;
 pthread_cond_t s_wakeCond = PTHREAD_COND_INITIALIZER;
 }  // namespace
 
-void CLogQueue::Push(unsigned int level, const char* text, size_t length) {
-  Head h{level, static_cast<uint32_t>(length + 1)};
-  const char* head = reinterpret_cast<const char*>(&h);
-  m_bytes.insert(m_bytes.end(), head, head + sizeof(h));
-  m_bytes.insert(m_bytes.end(), text, text + length + 1);
-}
-
-void CLogQueue::Clear() {
-  size_t used = m_bytes.size();
-  m_bytes.clear();
-  // Room a burst (thousands of logins) has grown is given back once a turn uses less than
-  // a quarter of it. A steady stream (a line per media pack) keeps its room: giving it
-  // back every turn made each turn grow the array again from nothing, copying and
-  // touching fresh pages for every line.
-  if (m_bytes.capacity() > kKeptBytes && used < m_bytes.capacity() / 4) m_bytes.shrink_to_fit();
-}
-
 CFCLog::CFCLog() : m_thread(), m_bHasThread(false), m_bRunning(false) {}
 
 CFCLog::~CFCLog() {

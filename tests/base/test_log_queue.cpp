@@ -137,6 +137,23 @@ size_t LineCount(const CLogQueue& q) {
   return n;
 }
 
+TEST(LogQueueRoom, LinesKeepTheirOrderAndLevelsAcrossBlocks) {
+  CLogQueue q;
+  for (unsigned i = 0; i < 1000; ++i) {
+    std::string line = std::to_string(i) + std::string(300 + i % 7, '.');
+    q.Push(i % 32, line.c_str(), line.size());
+  }
+  EXPECT_GT(q.Capacity(), CLogQueue::kBlockBytes);
+  unsigned next = 0;
+  q.ForEach([&next](unsigned int level, const char* text) {
+    std::string want = std::to_string(next) + std::string(300 + next % 7, '.');
+    EXPECT_EQ(level, next % 32);
+    EXPECT_EQ(std::string(text), want);
+    return ++next, true;
+  });
+  EXPECT_EQ(next, 1000u);
+}
+
 TEST(LogQueueRoom, ASteadyStreamKeepsItsRoomAndABurstsRoomIsGivenBack) {
   CLogQueue q;
   PushLines(q, 4u << 20);
