@@ -265,10 +265,12 @@ class CDevComControl : private media::IDownloadHost {
   // The download's stop procedure: clears the span, sends cmd 14302, replay mode 0.
   int RunStopProcedure(long channel);
   // The routes of type "90000" messages.
-  void OnMediaMessage(const char* cmd, const char* result, const char* msg);
+  // envelope: the envelope already read (null: read here from msg).
+  void OnMediaMessage(const char* cmd, const char* result, const char* msg, const struct MediaEnvelope* envelope);
   // The media block behind the text of the message now in the receive buffer (null when
   // there is none or its length runs past the frame).
   const unsigned char* MediaBlock(const char* msg, size_t* length);
+  const unsigned char* PackAfterText(const char* msg, size_t textLength, long dataLen, size_t* length);
   // True when a type "10000" answer belongs to the download path.
   bool IsDownloadAnswer(const char* cmd) const;
   void OnDownloadAnswer(long code, long flag);

@@ -11,4 +11,5 @@ list(APPEND QXNET_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/DevComUpload.cpp
   ${CMAKE_CURRENT_LIST_DIR}/DevComDownload.cpp
   ${CMAKE_CURRENT_LIST_DIR}/DevComRecord.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/DevComMedia.cpp)
+  ${CMAKE_CURRENT_LIST_DIR}/DevComMedia.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/MediaEnvelope.cpp)
