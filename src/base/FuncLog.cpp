@@ -20,19 +20,6 @@ pthread_mutex_t s_wakeMutex = PTHREAD_MUTEX_INITIALIZER;
 pthread_cond_t s_wakeCond = PTHREAD_COND_INITIALIZER;
 }  // namespace
 
-void CLogQueue::Push(unsigned int level, const char* text, size_t length) {
-  Head h{level, static_cast<uint32_t>(length + 1)};
-  const char* head = reinterpret_cast<const char*>(&h);
-  m_bytes.insert(m_bytes.end(), head, head + sizeof(h));
-  m_bytes.insert(m_bytes.end(), text, text + length + 1);
-}
-
-void CLogQueue::Clear() {
-  m_bytes.clear();
-  // A burst (thousands of logins) may have grown it: that room is given back.
-  if (m_bytes.capacity() > (1u << 20)) m_bytes.shrink_to_fit();
-}
-
 CFCLog::CFCLog() : m_thread(), m_bHasThread(false), m_bRunning(false) {}
 
 CFCLog::~CFCLog() {

@@ -8,11 +8,9 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstdint>
-#include <cstring>
-
-#include <vector>
 
 #include "base/Locker.h"
+#include "base/LogQueue.h"
 
 typedef void (*QXNetLogSink)(unsigned int level, const char* line);
 
@@ -21,40 +19,6 @@ typedef void (*QXNetLogSink)(unsigned int level, const char* line);
 // registered while the writer runs is seen whole and without a data race.
 extern std::atomic<QXNetLogSink> g_fLogCallBack;
 extern std::atomic<unsigned int> g_fLogLevel;
-
-// Lines waiting for a callback, packed one after another in one byte array: each is its
-// level, its length with the terminating zero, then the text. Thousands of sessions log
-// a few lines per heartbeat each; a heap string per line (allocated on the logging
-// thread, freed on the writer) cost more than building the line.
-class CLogQueue {
- public:
-  void Push(unsigned int level, const char* text, size_t length);
-  bool Empty() const { return m_bytes.empty(); }
-  void Swap(CLogQueue& other) { m_bytes.swap(other.m_bytes); }
-  // Calls fn(level, text) for every line in order until fn returns false.
-  template <typename Fn>
-  void ForEach(Fn fn) const;
-  // Forgets the lines, keeping the room unless it has grown past a burst's worth.
-  void Clear();
-
- private:
-  struct Head {
-    unsigned int level;
-    uint32_t size;  // text bytes with the terminating zero
-  };
-  std::vector<char> m_bytes;
-};
-
-template <typename Fn>
-void CLogQueue::ForEach(Fn fn) const {
-  size_t at = 0;
-  while (at + sizeof(Head) <= m_bytes.size()) {
-    Head h;
-    std::memcpy(&h, m_bytes.data() + at, sizeof(h));
-    if (!fn(h.level, m_bytes.data() + at + sizeof(h))) return;
-    at += sizeof(h) + h.size;
-  }
-}
 
 class CFCLog {
  public:

@@ -169,6 +169,23 @@ long SocketRecvNoWait(int sock, void* data, unsigned long len) {
   return static_cast<long>(n);
 }
 
+long SocketRecvPairNoWait(int sock, void* a, unsigned long alen, void* b, unsigned long blen) {
+  struct iovec iov[2];
+  iov[0].iov_base = a;
+  iov[0].iov_len = alen;
+  iov[1].iov_base = b;
+  iov[1].iov_len = blen;
+  struct msghdr msg;
+  std::memset(&msg, 0, sizeof(msg));
+  msg.msg_iov = iov;
+  msg.msg_iovlen = 2;
+  ssize_t n;
+  do {
+    n = recvmsg(sock, &msg, MSG_DONTWAIT);
+  } while (n < 0 && errno == EINTR);
+  return static_cast<long>(n);
+}
+
 bool SocketWouldBlock() { return errno == EAGAIN || errno == EWOULDBLOCK; }
 
 long SocketRecv(int sock, void* data, unsigned long len) {

@@ -83,6 +83,8 @@ long SocketRecv(int sock, void* data, unsigned long len);
 // Reads what the socket holds now (MSG_DONTWAIT), restarted on EINTR: -1 with EAGAIN
 // when nothing is there.
 long SocketRecvNoWait(int sock, void* data, unsigned long len);
+// As SocketRecvNoWait into two pieces in one call: the first is filled before the second.
+long SocketRecvPairNoWait(int sock, void* a, unsigned long alen, void* b, unsigned long blen);
 // True when errno says a non-blocking call found nothing to do (EAGAIN, EWOULDBLOCK).
 bool SocketWouldBlock();
 // Sends what the socket takes now (MSG_DONTWAIT | MSG_NOSIGNAL), restarted on EINTR.

@@ -30,6 +30,7 @@
 #include "base/WakeEvent.h"
 #include "media/DownloadWriter.h"
 #include "media/ReplayAssembler.h"
+#include "session/RecvAhead.h"
 #include "session/SessionIo.h"
 #include "session/SessionSink.h"
 #include "session/Transfers.h"
@@ -91,6 +92,7 @@ class CDevComControl : private media::IDownloadHost {
   // Gives the session a connected socket without a worker (framing tests drive the
   // sender and receiver on their own thread).
   void AdoptSocketForTest(int fd) {
+    m_ahead.Clear();
     m_iSockFd = fd;
     m_bThreadRun = true;
     m_nDevStatus = NETSDK_DEV_STATUS_CONNECTED;
@@ -107,6 +109,7 @@ class CDevComControl : private media::IDownloadHost {
   long SendWhenWritable(int sock, const void* bytes, unsigned long n, uint32_t startTick, int* waitStatus);
   int SendPayload(int sock, const char* data, unsigned int length);
   long RecvWhenReadable(int sock, void* dst, unsigned long len, uint32_t startTick, int* waitStatus);
+  long RecvWithReadAhead(int sock, void* dst, unsigned long len);
   int ReceiveData();
   int FindFrameHeader(int sock, uint32_t start, class CFrameHeaderSearch* search);
   int CheckFrameLength(int remaining);
@@ -205,6 +208,8 @@ class CDevComControl : private media::IDownloadHost {
   AuthStep AuthenticationStep();
   AuthStep GiveUpAuthentication();
   void NormalTurn();
+  // ReceiveData, closing the connection when it broke.
+  void ReceiveAndHandle();
   // Milliseconds until the next timed duty of the normal turn (heartbeat, authentication
   // resend, upload step, download retry), at most 10 s.
   int MsUntilNextDeadline(bool waitingForWritable);
@@ -260,10 +265,12 @@ class CDevComControl : private media::IDownloadHost {
   // The download's stop procedure: clears the span, sends cmd 14302, replay mode 0.
   int RunStopProcedure(long channel);
   // The routes of type "90000" messages.
-  void OnMediaMessage(const char* cmd, const char* result, const char* msg);
+  // envelope: the envelope already read (null: read here from msg).
+  void OnMediaMessage(const char* cmd, const char* result, const char* msg, const struct MediaEnvelope* envelope);
   // The media block behind the text of the message now in the receive buffer (null when
   // there is none or its length runs past the frame).
   const unsigned char* MediaBlock(const char* msg, size_t* length);
+  const unsigned char* PackAfterText(const char* msg, size_t textLength, long dataLen, size_t* length);
   // True when a type "10000" answer belongs to the download path.
   bool IsDownloadAnswer(const char* cmd) const;
   void OnDownloadAnswer(long code, long flag);
@@ -294,6 +301,8 @@ class CDevComControl : private media::IDownloadHost {
   bool m_bWorkerTurns;
   // Set by the worker when its poll saw the socket readable just before ReceiveData.
   bool m_bKnownReadable;
+  // Bytes read from the socket and not yet taken by the receiver (worker thread only).
+  CRecvAhead m_ahead;
   // The last heartbeat send failed at this tick: it is retried 100 ms later at the earliest.
   bool m_bHeartbeatFailed;
   uint32_t m_nHeartbeatFailTick;

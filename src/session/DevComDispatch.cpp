@@ -5,6 +5,7 @@
 #include "base/FuncLog.h"
 #include "base/SDKLog.h"
 #include "session/DevComControl.h"
+#include "session/MediaEnvelope.h"
 #include "xml/xmlutil.h"
 #include "session/Protocol.h"
 
@@ -38,6 +39,15 @@ void CDevComControl::ParserRecvData() {
     return;
   }
   const char* msg = m_pRecvBuf;
+  // A media pack in its usual envelope goes to the media path without the XML parser:
+  // its head is type "90000", which no other branch below takes.
+  MediaEnvelope media;
+  if (ReadMediaEnvelope(msg, m_nRecvLen + 1, &media) && proto::IsType(media.type, proto::kTypeMedia)) {
+    m_pCurMsg = msg;
+    OnMediaMessage(media.cmd, media.result, msg, &media);
+    m_pCurMsg = nullptr;
+    return;
+  }
   char type[256], cmd[256], result[256];
   type[0] = cmd[0] = result[0] = 0;
   int rc = GetMessageHeader(msg, type, sizeof(type), cmd, sizeof(cmd), result, sizeof(result));
@@ -85,7 +95,7 @@ void CDevComControl::ParserRecvData() {
     fLog(0, "recv dev=%s SYSTEM_CONFIG_GET_MESSAGE xml=%s\n", m_szDevAddr, msg);
     OnNVRReplayControlMsgRsp(cmd, result);
   } else if (proto::IsType(type, proto::kTypeMedia)) {
-    OnMediaMessage(cmd, result, msg);
+    OnMediaMessage(cmd, result, msg, nullptr);
   } else if (proto::IsType(type, proto::kTypeConfigAnswer) || proto::IsType(type, proto::kTypeConfig)) {
     fLog(0, "recv dev=%s SYSTEM_CONFIG_GET_MESSAGE xml=%s\n", m_szDevAddr, msg);
     body.Take(msg);

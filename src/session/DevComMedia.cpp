@@ -11,6 +11,7 @@
 #include "media/Mp4DownloadWriter.h"
 #include "media/StreamParams.h"
 #include "session/DevComControl.h"
+#include "session/MediaEnvelope.h"
 #include "session/Protocol.h"
 #include "xml/xmlutil.h"
 
@@ -66,7 +67,12 @@ const unsigned char* CDevComControl::MediaBlock(const char* msg, size_t* length)
   int64_t pos = 0;
   long len = 0;
   if (GetXmlPosAndDataLen(msg, &pos, &len) != 0 || len < 1) return nullptr;
-  size_t text = strnlen(msg, m_nRecvLen);
+  return PackAfterText(msg, strnlen(msg, m_nRecvLen), len, length);
+}
+
+// The pack 4 bytes after the envelope text, when its dataLen stays within the frame.
+const unsigned char* CDevComControl::PackAfterText(const char* msg, size_t text, long len, size_t* length) {
+  if (len < 1) return nullptr;
   size_t at = text + 4;
   if (at > m_nRecvLen || static_cast<unsigned long>(len) > m_nRecvLen - at) {
     fLog(1, "[ParserRecvData] dev=%s media data length=%ld runs past the frame, dropped \n", m_szDevAddr, len);
@@ -76,12 +82,15 @@ const unsigned char* CDevComControl::MediaBlock(const char* msg, size_t* length)
   return reinterpret_cast<const unsigned char*>(msg) + at;
 }
 
-void CDevComControl::OnMediaMessage(const char* cmd, const char* result, const char* msg) {
+void CDevComControl::OnMediaMessage(const char* cmd, const char* result, const char* msg,
+                                    const MediaEnvelope* envelope) {
   size_t length = 0;
-  if (proto::IsCmd(cmd, proto::kCmdReplayMedia)) {
-    if (const unsigned char* block = MediaBlock(msg, &length)) OnRecvMediaData(block, length);
-  } else if (proto::IsCmd(cmd, proto::kCmdDownloadMedia)) {
-    if (const unsigned char* block = MediaBlock(msg, &length)) OnRecvNVRDownloadMediaData(block, length);
+  bool replay = proto::IsCmd(cmd, proto::kCmdReplayMedia);
+  if (replay || proto::IsCmd(cmd, proto::kCmdDownloadMedia)) {
+    const unsigned char* block = envelope ? PackAfterText(msg, envelope->textLength, envelope->dataLen, &length)
+                                          : MediaBlock(msg, &length);
+    if (block && replay) OnRecvMediaData(block, length);
+    if (block && !replay) OnRecvNVRDownloadMediaData(block, length);
   } else if (proto::IsCmd(cmd, proto::kCmdReplayParams)) {
     int mode = m_nReplayMode.load();
     if (mode != 0 && mode != 1) return;

@@ -235,6 +235,7 @@ bool CDevComControl::OpenConfiguredSocket() {
     return false;
   }
   fLog(0, "[Connect] success to create socket, new fd = %d \n", sock);
+  m_ahead.Clear();  // bytes of an earlier connection are not this one's
   m_iSockFd = sock;
   for (const SessionOption& o : kSessionOptions) {
     if (SetSocketOption(sock, o.option, o.value) != 0) {

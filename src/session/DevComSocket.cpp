@@ -200,6 +200,7 @@ int CDevComControl::SendFrameInPieces(int sock, const char* data, unsigned int l
 long CDevComControl::RecvWhenReadable(int sock, void* dst, unsigned long len, uint32_t startTick,
                                       int* waitStatus) {
   *waitStatus = 1;
+  if (m_ahead.Available() > 0) return static_cast<long>(m_ahead.Take(dst, len));
   for (;;) {
     // The deadline holds whatever arrives: a device trickling bytes cannot stretch it.
     if (!m_bThreadRun || GetTickCount() - startTick >= kRecvDeadlineMs) {
@@ -207,11 +208,22 @@ long CDevComControl::RecvWhenReadable(int sock, void* dst, unsigned long len, ui
       if (*waitStatus <= 0) return 0;
     }
     if (m_bWorkerTurns) KeepHeartbeatDuringReceive();
-    long n = m_pIo->Recv(sock, dst, len);
+    long n = RecvWithReadAhead(sock, dst, len);
     if (n >= 0 || !SocketWouldBlock()) return n;
     *waitStatus = WaitForSock(0, sock, startTick, kRecvDeadlineMs);
     if (*waitStatus <= 0) return 0;
   }
+}
+
+// One read of up to len bytes into dst, with whatever more the socket holds (up to the
+// read-ahead's room) kept for the next calls. Only called with nothing buffered.
+long CDevComControl::RecvWithReadAhead(int sock, void* dst, unsigned long len) {
+  char* room = m_ahead.Room();
+  if (!room) return m_pIo->Recv(sock, dst, len);
+  long n = m_pIo->RecvPair(sock, dst, len, room, CRecvAhead::kCapacity);
+  if (n <= static_cast<long>(len)) return n;
+  m_ahead.Filled(static_cast<size_t>(n) - len);
+  return static_cast<long>(len);
 }
 
 namespace {
@@ -322,7 +334,7 @@ int CDevComControl::ReceiveData() {
   uint32_t start = GetTickCount();
   // The worker calls in when its poll has just seen the socket readable: the first wait
   // would only repeat that poll.
-  int st = m_bKnownReadable ? 1 : WaitForSock(0, sock, start, kRecvDeadlineMs);
+  int st = m_bKnownReadable || m_ahead.Available() > 0 ? 1 : WaitForSock(0, sock, start, kRecvDeadlineMs);
   m_bKnownReadable = false;
   if (st <= 0) {
     fLog(0, "[ReceiveData]: WaitForSock1 failed socketstatus=%d \n", st);

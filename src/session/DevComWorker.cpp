@@ -115,9 +115,21 @@ CDevComControl::AuthStep CDevComControl::AuthenticationStep() {
   return AuthStep::kNextTurn;
 }
 
+void CDevComControl::ReceiveAndHandle() {
+  if (ReceiveData() == QXNET_SOCKET_BROKEN) {
+    CloseSocketWithEvent();
+    SleepThread(1000, 100);
+  }
+}
+
 void CDevComControl::NormalTurn() {
   SendOneQueued();
   if (HeartbeatDue()) SendHeartbeatMsgToDev();
+  // Frames already read from the socket come before anything the poll could report.
+  if (m_ahead.Available() > 0) {
+    ReceiveAndHandle();
+    return;
+  }
   const bool wantWrite = UploadTurnDue() || DownloadRetryDue();
   int r = m_pIo->Poll(m_iSockFd, true, wantWrite, m_wake.Fd(), MsUntilNextDeadline(wantWrite));
   if (r == QXNET_SOCKET_BROKEN) {
@@ -128,10 +140,7 @@ void CDevComControl::NormalTurn() {
   if (r & QXPOLL_WAKE) m_wake.Drain();
   if (r & QXPOLL_READ) {
     m_bKnownReadable = true;
-    if (ReceiveData() == QXNET_SOCKET_BROKEN) {
-      CloseSocketWithEvent();
-      SleepThread(1000, 100);
-    }
+    ReceiveAndHandle();
     return;
   }
   if (r & QXPOLL_WRITE) {

@@ -17,6 +17,9 @@ class ISessionIo {
   // As recv() without blocking: bytes read, 0 at the peer's close, -1 with errno (EAGAIN
   // when nothing is there now).
   virtual long Recv(int sock, void* data, unsigned long len) = 0;
+  // As Recv into two pieces in one call, the first filled before the second: bytes read
+  // (counted over both). By default the first piece only, through Recv.
+  virtual long RecvPair(int sock, void* a, unsigned long alen, void* b, unsigned long blen);
   // As PollSocketWake (base/SDKSocket.h).
   virtual int Poll(int sock, bool wantRead, bool wantWrite, int wakeFd, int timeoutMs) = 0;
 

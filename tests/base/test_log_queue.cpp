@@ -122,3 +122,53 @@ TEST_F(LogQueueTest, NothingIsQueuedOutsideInitAndFree) {
 }
 
 }  // namespace
+
+namespace {
+
+// Fills the queue with `bytes` of lines of 200 characters.
+void PushLines(CLogQueue& q, size_t bytes) {
+  const std::string line(200, 'x');
+  for (size_t n = 0; n < bytes; n += line.size()) q.Push(0, line.c_str(), line.size());
+}
+
+size_t LineCount(const CLogQueue& q) {
+  size_t n = 0;
+  q.ForEach([&n](unsigned int, const char*) { return ++n, true; });
+  return n;
+}
+
+TEST(LogQueueRoom, LinesKeepTheirOrderAndLevelsAcrossBlocks) {
+  CLogQueue q;
+  for (unsigned i = 0; i < 1000; ++i) {
+    std::string line = std::to_string(i) + std::string(300 + i % 7, '.');
+    q.Push(i % 32, line.c_str(), line.size());
+  }
+  EXPECT_GT(q.Capacity(), CLogQueue::kBlockBytes);
+  unsigned next = 0;
+  q.ForEach([&next](unsigned int level, const char* text) {
+    std::string want = std::to_string(next) + std::string(300 + next % 7, '.');
+    EXPECT_EQ(level, next % 32);
+    EXPECT_EQ(std::string(text), want);
+    return ++next, true;
+  });
+  EXPECT_EQ(next, 1000u);
+}
+
+TEST(LogQueueRoom, ASteadyStreamKeepsItsRoomAndABurstsRoomIsGivenBack) {
+  CLogQueue q;
+  PushLines(q, 4u << 20);
+  EXPECT_EQ(LineCount(q), ((4u << 20) + 199) / 200);
+  size_t room = q.Capacity();
+  ASSERT_GT(room, CLogQueue::kKeptBytes);
+  q.Clear();
+  EXPECT_TRUE(q.Empty());
+  EXPECT_EQ(q.Capacity(), room) << "a turn that used its room gave it back";
+  PushLines(q, 3u << 20);  // the next turn of the same stream: no growth
+  EXPECT_EQ(q.Capacity(), room);
+  q.Clear();
+  PushLines(q, 4096);  // the stream has ended
+  q.Clear();
+  EXPECT_LE(q.Capacity(), CLogQueue::kKeptBytes) << "a burst's room was kept after it";
+}
+
+}  // namespace

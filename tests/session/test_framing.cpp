@@ -231,6 +231,39 @@ TEST_F(Framing, QueuedItemIsSentOnceAndFreed) {
 }
 
 // poll() instead of select(): a descriptor above 1023 works.
+// One read takes what the socket holds; the frames behind the first are taken from
+// those bytes by the next calls, also after the peer has gone.
+TEST_F(Framing, FramesArrivingTogetherAreReceivedOneByOne) {
+  const std::string second = kHeartbeatAnswer + "<!-- 2 -->";
+  const std::string third = kHeartbeatAnswer + "<!-- 3 -->";
+  WriteAll(fds_[1], Frame(kHeartbeatAnswer) + std::string(8, 'G') + Frame(second) + Frame(third));
+  shutdown(fds_[1], SHUT_WR);
+  ASSERT_EQ(0, dev_->ReceiveData());
+  EXPECT_EQ(std::string(dev_->RecvBuf()), kHeartbeatAnswer);
+  ASSERT_EQ(0, dev_->ReceiveData());
+  EXPECT_EQ(dev_->RecvLen(), second.size());
+  EXPECT_EQ(std::string(dev_->RecvBuf()), second);
+  EXPECT_EQ(Capture::Get().CountLogs("recv pack skip data, size=8", 2), 1);
+  ASSERT_EQ(0, dev_->ReceiveData());
+  EXPECT_EQ(std::string(dev_->RecvBuf()), third);
+  EXPECT_EQ(-1234567, dev_->ReceiveData());
+}
+
+// A frame larger than what one read keeps ahead: its start comes from the bytes read
+// with the frame before it, the rest from the socket.
+TEST_F(Framing, AFrameLongerThanTheReadAheadIsReadWhole) {
+  std::string big = kHeartbeatAnswer + "<!--" + std::string(700 * 1024, 'b') + "-->";
+  std::thread writer([&] { WriteAll(fds_[1], Frame(kHeartbeatAnswer) + Frame(big) + Frame(kHeartbeatAnswer)); });
+  ASSERT_EQ(0, dev_->ReceiveData());
+  EXPECT_EQ(std::string(dev_->RecvBuf()), kHeartbeatAnswer);
+  ASSERT_EQ(0, dev_->ReceiveData());
+  EXPECT_EQ(dev_->RecvLen(), big.size());
+  EXPECT_EQ(std::string(dev_->RecvBuf()), big);
+  ASSERT_EQ(0, dev_->ReceiveData());
+  EXPECT_EQ(std::string(dev_->RecvBuf()), kHeartbeatAnswer);
+  writer.join();
+}
+
 TEST(FramingHighFd, DescriptorAbove1023Works) {
   Capture::Get().Install();
   struct rlimit rl;
