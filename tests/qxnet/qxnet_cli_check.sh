@@ -188,6 +188,23 @@ json_check "config-file save --json" "$work/cfg.json" \
   "d == {'operation': 'config-file save', 'status': 'finished', 'file': '$work/cfg.bin'}"
 [ -s "$work/cfg.bin" ] || fail "config-file save wrote no file"
 
+# A download at the recording's own pace repeats the same percentage for seconds on end (one
+# percent of five minutes is 3 s). Each report still shows the device alive, so a --timeout of
+# 2 s must not end it.
+[[ "$(devsim_ctl 'SET rec_pace realtime')" == OK* ]] || fail "SET rec_pace realtime"
+"${qx[@]}" admin admin download 1 "${day}013000" "${day}013500" "$work/slow.mp4" --timeout 2 \
+  >/dev/null 2>"$work/slow.err" &
+slow=$!
+sleep 7
+if kill -0 "$slow" 2>/dev/null; then
+  ok "a slow download outlives a --timeout shorter than one percent"
+  kill -TERM "$slow"; wait "$slow"
+else
+  wait "$slow"; fail "a slow download ended with exit $? within 7 s: $(tail -c 300 "$work/slow.err")"
+fi
+grep -Eq "^download [1-9]%" "$work/slow.err" || fail "a slow download showed no progress: $(tail -c 300 "$work/slow.err")"
+devsim_ctl 'SET rec_pace fast' >/dev/null
+
 # A device that does not answer: exit 5 once --timeout has passed.
 [[ "$(devsim_ctl 'SET userdata_answer 0')" == OK* ]] || fail "SET userdata_answer 0"
 "${qx[@]}" admin admin userdata set abc --timeout 2 >"$work/to.out" 2>/dev/null

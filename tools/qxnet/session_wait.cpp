@@ -1,5 +1,6 @@
 #include "session_wait.h"
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -18,16 +19,30 @@ struct Waiter {
   std::condition_variable cv;
   std::vector<std::pair<long, std::string>> events;
   std::vector<std::pair<long, std::string>> answers;
+  double lastEvent = 0;  // when the library last reported anything: a wait's timeout counts from it
 };
 Waiter g_wait;
 
 bool IsConnectionLoss(long code) { return code == QXNET_EV_SOCKET_ERROR || code == QXNET_EV_CONNECT_FAILED; }
 
+// A recorder download reports its progress after every picture, mostly the same percentage
+// again: recording and waking the waiting thread for each repeat cost a context switch per
+// picture. A repeat only proves the device is alive, which is what the timeout needs.
+bool RepeatsLastEvent(long code, const char* data) {
+  if (code != QXNET_EV_DOWNLOAD_PROGRESS && code != QXNET_EV_CFGFILE_GET_PROGRESS) return false;
+  if (g_wait.events.empty() || !data) return false;
+  const auto& last = g_wait.events.back();
+  return last.first == code && last.second == data;
+}
+
 long OnStatus(long, long code, char* data, void*) {
   {
     std::lock_guard<std::mutex> lock(g_wait.mu);
-    g_wait.events.emplace_back(code, code == QXNET_EV_ALARM || !data ? std::string() : std::string(data));
-    g_wait.cv.notify_all();
+    g_wait.lastEvent = Now();
+    if (!RepeatsLastEvent(code, data)) {
+      g_wait.events.emplace_back(code, code == QXNET_EV_ALARM || !data ? std::string() : std::string(data));
+      g_wait.cv.notify_all();
+    }
   }
   if (!g_quietEvents) PrintStatusEvent(code, data);
   return 0;
@@ -65,7 +80,7 @@ bool SawAuthenticated() {
 int WaitEvent(const std::vector<long>& codes, size_t from, double timeout, long* code, std::string* text,
               size_t* next) {
   std::unique_lock<std::mutex> lock(g_wait.mu);
-  double end = Now() + timeout;
+  const double start = Now();
   for (;;) {
     for (size_t i = from; i < g_wait.events.size(); ++i) {
       long c = g_wait.events[i].first;
@@ -79,7 +94,7 @@ int WaitEvent(const std::vector<long>& codes, size_t from, double timeout, long*
       }
     }
     from = g_wait.events.size();
-    if (g_stop || Now() >= end) return -1;
+    if (g_stop || Now() >= std::max(start, g_wait.lastEvent) + timeout) return -1;
     g_wait.cv.wait_for(lock, std::chrono::milliseconds(100));
   }
 }

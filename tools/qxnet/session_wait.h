@@ -16,7 +16,10 @@ void InstallSessionCallbacks(bool quiet);
 bool SawAuthenticated();
 
 // Waits for a status event whose code is in `codes`, from event index `from`. Returns its index,
-// -1 on timeout or interruption, -2 when the connection failed or dropped first.
+// -1 on timeout or interruption, -2 when the connection failed or dropped first. The timeout
+// counts from the call or from the library's last status event, whichever is later, so a long
+// transfer that keeps reporting the same progress does not time out. A progress event that
+// repeats the one before it is not recorded again.
 int WaitEvent(const std::vector<long>& codes, size_t from, double timeout, long* code, std::string* text,
               size_t* next);
 
