@@ -12,12 +12,13 @@ size_t PageSize() {
 size_t RoundUp(size_t n, size_t page) { return (n + page - 1) / page * page; }
 }  // namespace
 
-bool CSessionBlock::Alloc(size_t stackSize, size_t recvSize, size_t workSize) {
+bool CSessionBlock::Alloc(size_t stackSize, size_t recvSize, size_t workSize, size_t aheadSize) {
   Free();
   const size_t page = PageSize();
   size_t stack = RoundUp(stackSize, page);
   size_t recv = RoundUp(recvSize, page);
-  size_t size = page + stack + recv + RoundUp(workSize, page);
+  size_t work = RoundUp(workSize, page);
+  size_t size = page + stack + recv + work + RoundUp(aheadSize, page);
   void* p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (p == MAP_FAILED) return false;
   char* base = static_cast<char*>(p);
@@ -33,6 +34,7 @@ bool CSessionBlock::Alloc(size_t stackSize, size_t recvSize, size_t workSize) {
   m_stackSize = stack;
   m_recv = m_stack + stack;
   m_work = m_recv + recv;
+  m_ahead = aheadSize ? m_work + work : nullptr;
   return true;
 }
 
@@ -42,6 +44,6 @@ void CSessionBlock::Free() {
 }
 
 void CSessionBlock::Release() {
-  m_base = m_stack = m_recv = m_work = nullptr;
+  m_base = m_stack = m_recv = m_work = m_ahead = nullptr;
   m_size = m_stackSize = 0;
 }

@@ -106,9 +106,11 @@ CDevComControl::~CDevComControl() {
 
 int CDevComControl::InitDevCom() {
   // Pages become resident only as frames use them, which keeps idle sessions cheap.
-  if (!m_pRecvBuf && !m_pWorkBuf && m_block.Alloc(kBlockStack, QXNET_RECV_BUF_SIZE, QXNET_WORK_BUF_SIZE)) {
+  if (!m_pRecvBuf && !m_pWorkBuf &&
+      m_block.Alloc(kBlockStack, QXNET_RECV_BUF_SIZE, QXNET_WORK_BUF_SIZE, CRecvAhead::kCapacity)) {
     m_pRecvBuf = m_block.RecvBuf();
     m_pWorkBuf = m_block.WorkBuf();
+    m_ahead.UseRoom(m_block.AheadBuf());
   }
   if (!m_pRecvBuf) m_pRecvBuf = AllocLazyBuffer(QXNET_RECV_BUF_SIZE);
   if (!m_pWorkBuf) m_pWorkBuf = AllocLazyBuffer(QXNET_WORK_BUF_SIZE);

@@ -5,7 +5,7 @@
 #include "base/LazyBuffer.h"
 
 CRecvAhead::~CRecvAhead() {
-  if (m_data) FreeLazyBuffer(m_data, kCapacity);
+  if (m_data && m_owned) FreeLazyBuffer(m_data, kCapacity);
 }
 
 size_t CRecvAhead::Take(void* dst, size_t len) {

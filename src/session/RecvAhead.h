@@ -24,13 +24,20 @@ class CRecvAhead {
   // Room for the next read (kCapacity bytes), to be used only while nothing is buffered;
   // null when it could not be allocated.
   char* Room();
+  // Reads into `room` (kCapacity bytes, owned by the caller and outliving this object's
+  // use) instead of a mapping of its own: a session keeps it in its one block, so that
+  // ending the session unmaps once. Only before the first read.
+  void UseRoom(char* room) {
+    if (!m_data) m_data = room, m_owned = false;
+  }
   // The next read put n bytes (at most kCapacity) into the room.
   void Filled(size_t n);
   // Forgets what is buffered (a new connection starts with nothing).
   void Clear() { m_begin = m_end = 0; }
 
  private:
-  char* m_data = nullptr;  // allocated at the first read; pages become resident as used
+  char* m_data = nullptr;  // given, or allocated at the first read; pages become resident as used
+  bool m_owned = true;
   size_t m_begin = 0;
   size_t m_end = 0;
 };

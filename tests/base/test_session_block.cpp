@@ -18,6 +18,7 @@ namespace {
 const size_t kStack = 0x80000 + 0x10000;
 const size_t kRecv = 0x300000;
 const size_t kWork = 512000;
+const size_t kAhead = 256 * 1024;
 
 TEST(SessionBlock, LaysOutStackThenBuffersWithoutOverlap) {
   CSessionBlock b;
@@ -34,9 +35,24 @@ TEST(SessionBlock, LaysOutStackThenBuffersWithoutOverlap) {
   std::memset(b.WorkBuf(), 0xa5, kWork);
   EXPECT_EQ(static_cast<unsigned char>(b.RecvBuf()[kRecv - 1]), 0x5a);
   EXPECT_EQ(static_cast<unsigned char>(b.WorkBuf()[0]), 0xa5);
+  EXPECT_EQ(b.AheadBuf(), nullptr);  // none asked for
   b.Free();
   EXPECT_FALSE(b.Held());
   EXPECT_EQ(b.RecvBuf(), nullptr);
+}
+
+TEST(SessionBlock, TheReadAheadRoomLiesAboveTheWorkBufferWhenAskedFor) {
+  CSessionBlock b;
+  ASSERT_TRUE(b.Alloc(kStack, kRecv, kWork, kAhead));
+  ASSERT_NE(b.AheadBuf(), nullptr);
+  EXPECT_GE(b.AheadBuf(), b.WorkBuf() + kWork);
+  std::memset(b.WorkBuf(), 0xa5, kWork);
+  std::memset(b.AheadBuf(), 0x3c, kAhead);
+  EXPECT_EQ(static_cast<unsigned char>(b.WorkBuf()[kWork - 1]), 0xa5);
+  EXPECT_EQ(static_cast<unsigned char>(b.AheadBuf()[0]), 0x3c);
+  EXPECT_EQ(static_cast<unsigned char>(b.AheadBuf()[kAhead - 1]), 0x3c);
+  b.Free();
+  EXPECT_EQ(b.AheadBuf(), nullptr);
 }
 
 // The permissions /proc/self/maps gives the mapping that holds `addr` ("" when none).
