@@ -44,6 +44,19 @@ long MemoryIo::Recv(int, void* data, unsigned long len) {
   return static_cast<long>(n);
 }
 
+long MemoryIo::RecvPair(int, void* a, unsigned long alen, void* b, unsigned long blen) {
+  if (m_pos >= m_size) return 0;
+  GuardReceive(static_cast<const char*>(a), alen);
+  size_t left = m_size - m_pos;
+  size_t want = alen + blen < left ? alen + blen : left;
+  size_t n = TakeFromChunk(want);
+  size_t first = n < alen ? n : alen;
+  memcpy(a, m_stream + m_pos, first);
+  if (n > first) memcpy(b, m_stream + m_pos + first, n - first);
+  m_pos += n;
+  return static_cast<long>(n);
+}
+
 // At most what is left of the current chunk; a new chunk starts when it is used up.
 size_t MemoryIo::TakeFromChunk(size_t wanted) {
   if (m_count == 0 || wanted == 0) return wanted;

@@ -29,6 +29,9 @@ class MemoryIo : public ISessionIo {
 
   long Send(int sock, const void* data, unsigned long len) override;
   long Recv(int sock, void* data, unsigned long len) override;
+  // As the socket layer's: one chunk's worth over both pieces, the first filled first, so
+  // that the session's read-ahead sees frames split at every point too.
+  long RecvPair(int sock, void* a, unsigned long alen, void* b, unsigned long blen) override;
   int Poll(int sock, bool wantRead, bool wantWrite, int wakeFd, int timeoutMs) override;
 
   const uint8_t* Stream() const { return m_stream; }

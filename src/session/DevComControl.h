@@ -102,6 +102,9 @@ class CDevComControl : private media::IDownloadHost {
   // before the worker starts.
   void SetIoForTest(ISessionIo* io) { m_pIo = io ? io : &ISessionIo::Default(); }
   uint32_t RecvLen() const { return m_nRecvLen; }
+  // Bytes read from the socket ahead of the frames taken so far (the fuzzer's model counts
+  // what the session consumed, not what it read).
+  size_t ReadAheadForTest() const { return m_ahead.Available(); }
 
   // ---- framing and socket I/O (DevComSocket.cpp)
   int SendData(const char* data, unsigned int length);
