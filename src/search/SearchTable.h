@@ -9,6 +9,8 @@
 
 #include <atomic>
 
+#include <tinyxml.h>
+
 #include "QXNetSDK.h"
 #include "base/Locker.h"
 #include "search/SearchUidIndex.h"
@@ -30,9 +32,12 @@ class CSearchTable {
   fSearchDevStatusCallBack Callback() const { return m_fCallBack; }
   void* CallbackUser() const { return m_pUser; }
   // ResponseMessageHandle: 0 new device added; -1 null msg; -2 negative len; -3 otherwise.
-  int HandleSearchAnswer(const char* msg, int len);
+  // `parsed`: the whole message's successful parse, when the caller has one (see
+  // ParseSearchAnswer); it spares the body's second parse.
+  int HandleSearchAnswer(const char* msg, int len, const TiXmlDocument* parsed = nullptr);
   // ResponseMessageHandleMsgCode for cmd 30004 / 30006 with the head's result text.
-  int HandleSetupAnswer(const char* msg, int len, int msgcode, const char* msgflag);
+  int HandleSetupAnswer(const char* msg, int len, int msgcode, const char* msgflag,
+                        const TiXmlDocument* parsed = nullptr);
 
   int Count() const { return m_count; }
   int GetIPCInfo(long index, __NetSDK_IPC_ENTRYV2* out);
