@@ -59,8 +59,7 @@ int CSearchTable::Store(const __NetSDK_IPC_ENTRYV2& fresh) {
     SearchLog(0, "[CSearchIPC] found new entry, but ipc count exceed %d\n", static_cast<int>(kMaxDevices));
     return -3;
   }
-  if (!m_records && !(m_records = reinterpret_cast<__NetSDK_IPC_ENTRYV2*>(AllocLazyBuffer(kRecordsBytes))))
-    return -3;  // no memory for the table: the answer is dropped
+  if (!Reserve()) return -3;  // no memory for the table: the answer is dropped
   SearchLog(0, "[CSearchIPC] found new device, IP=[%s]\n", fresh.lanCfg.szIP);
   int index = m_count;
   m_list[index] = &m_records[index];
@@ -69,6 +68,16 @@ int CSearchTable::Store(const __NetSDK_IPC_ENTRYV2& fresh) {
   m_count = index + 1;
   Notify(SEARCH_CODE_NEW, index, m_list[index]);
   return 0;
+}
+
+bool CSearchTable::Reserve() {
+  CAutoLocker hold(m_lock);
+  if (m_records) return true;
+  char* records = AllocLazyBuffer(kRecordsBytes);
+  if (!records) return false;
+  PrefaultLazyBuffer(records, kRecordsBytes);
+  m_records = reinterpret_cast<__NetSDK_IPC_ENTRYV2*>(records);
+  return true;
 }
 
 int CSearchTable::HandleSearchAnswer(const char* msg, int len, const TiXmlDocument* parsed) {

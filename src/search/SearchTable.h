@@ -39,6 +39,11 @@ class CSearchTable {
   int HandleSetupAnswer(const char* msg, int len, int msgcode, const char* msgflag,
                         const TiXmlDocument* parsed = nullptr);
 
+  // Maps the records and makes their pages resident now, if not done yet: the search worker
+  // does it before its first request, so that a burst of answers from new devices pays no
+  // page faults. False when there is no memory for them.
+  bool Reserve();
+
   int Count() const { return m_count; }
   int GetIPCInfo(long index, __NetSDK_IPC_ENTRYV2* out);
   int GetIPCInfoXML(long index, char* buf, int size);
@@ -62,10 +67,11 @@ class CSearchTable {
   std::atomic<int> m_count;
   std::atomic<fSearchDevStatusCallBack> m_fCallBack;
   std::atomic<void*> m_pUser;
-  // The records behind m_list: slot i's is m_records[i]. One mapping, made for the first
-  // device and released by Clear, whose pages become resident as slots are filled: a heap
-  // block of 4,784 bytes per answer made the allocator merge its freed small blocks every
-  // time, which cost more than reading the answer.
+  // The records behind m_list: slot i's is m_records[i]. One mapping of fixed size, made
+  // resident at once by Reserve (at the start of a search, else for the first device) and
+  // released by Clear: a heap block of 4,784 bytes per answer made the allocator merge its
+  // freed small blocks every time, and a page fault per new device cost about as much as
+  // reading its answer.
   __NetSDK_IPC_ENTRYV2* m_records;
   CSearchUidIndex m_index;
 };

@@ -180,6 +180,7 @@ int CSearchIPC::Select(int timeoutMs) {
 // queue; while datagrams wait in the queue the pass does not block.
 int CSearchIPC::ThreadProc() {
   CResendSchedule resend;
+  m_table.Reserve();  // before the first request: its answers then fill resident pages
   while (m_bRunning) {
     if (m_iSock < 0) {
       m_rxq.Clear();  // they went with the socket
