@@ -202,6 +202,13 @@ TEST(SearchParseOnce, EncodingTestRefusesWhatUtf8ModeReadsOtherwise) {
   EXPECT_FALSE(alike("<a>\xE2\x82"));        // cut short at the end
   EXPECT_FALSE(alike("<a>\xEF\xBB\xBF</a>"));
   EXPECT_FALSE(alike("<a>\xEF\xBF\xBE</a>"));
+  // A high byte anywhere in a run of ASCII, read eight bytes at a time, is still seen.
+  for (size_t at = 0; at < 20; ++at) {
+    std::string s(20, 'a');
+    EXPECT_TRUE(alike(s.substr(0, at) + "\xC3\xA9" + s.substr(at))) << at;
+    EXPECT_FALSE(alike(s.substr(0, at) + "\xC3" + s.substr(at))) << at;
+    EXPECT_FALSE(alike(s.substr(0, at) + "&#" + s.substr(at))) << at;
+  }
 }
 
 // Random edits of the usual answer with the pieces that make the two parses part ways,
