@@ -8,10 +8,12 @@
 #include <string.h>
 
 #include <string>
+#include <vector>
 
 #include "search/SearchAnswer.h"
 #include "search/SearchConfigXml.h"
 #include "search/SearchIPC.h"
+#include "search/SearchLog.h"
 #include "search/SearchProto.h"
 
 #ifndef QXNET_FUZZ_READER
@@ -48,12 +50,34 @@ void RunClassify(const std::string& text) {
   if (k != SEARCH_DG_DROPPED) Check(h.type[0] && h.cmd[0] && h.result[0], "accepted head is complete");
 }
 
+std::vector<std::string>* g_log = nullptr;
+void LogLine(int level, const char* line) {
+  if (g_log) g_log->push_back(std::to_string(level) + line);
+}
+
+// Reads the answer on its own parse of the body, and, when the head reader accepts the
+// text, once more from the head reader's parse: both must give the same record, result
+// and log lines.
 void RunAnswer(const std::string& text) {
+  static bool hooked = (SetSearchLogHook(&LogLine), true);
+  (void)hooked;
+  std::vector<std::string> ownLog, sharedLog;
   __NetSDK_IPC_ENTRYV2 e;
+  g_log = &ownLog;
   int rc = ParseSearchAnswer(text.c_str(), &e);
+  g_log = nullptr;
   Check(rc == 0 || rc == -3, "answer result");
   CheckEntry(e);
   if (rc == 0) Check(IsKeptDeviceType(e), "kept type");
+  SearchHead h;
+  TiXmlDocument doc;
+  if (ClassifySearchDatagram(text.c_str(), &h, &doc) == SEARCH_DG_DROPPED) return;
+  __NetSDK_IPC_ENTRYV2 shared;
+  g_log = &sharedLog;
+  int rcShared = ParseSearchAnswer(text.c_str(), &shared, &doc);
+  g_log = nullptr;
+  Check(rcShared == rc && memcmp(&shared, &e, sizeof(e)) == 0, "shared parse reads as the body's own");
+  Check(sharedLog == ownLog, "shared parse logs as the body's own");
 }
 
 void RunSetupAnswer(const std::string& text) {
@@ -61,6 +85,12 @@ void RunSetupAnswer(const std::string& text) {
   int rc = GetDeviceUID_TOKEN(uid, token, text.c_str());
   Check(rc == 0 || rc == -3, "setup answer result");
   Check(strlen(uid) < 32 && strlen(token) < 32, "uid and token");
+  SearchHead h;
+  TiXmlDocument doc;
+  if (ClassifySearchDatagram(text.c_str(), &h, &doc) == SEARCH_DG_DROPPED) return;
+  char uid2[32], token2[32];
+  int rc2 = GetDeviceUID_TOKEN(uid2, token2, text.c_str(), &doc);
+  Check(rc2 == rc && !strcmp(uid, uid2) && !strcmp(token, token2), "shared parse reads the setup answer alike");
 }
 
 void RunLanCfg(const std::string& text) {

@@ -10,4 +10,10 @@
 char* AllocLazyBuffer(size_t size);
 void FreeLazyBuffer(char* p, size_t size);
 
+// Makes every page of such a buffer resident and writable now (MADV_POPULATE_WRITE where
+// the kernel offers it, Linux 5.14, and a write to each page): for a buffer that will be
+// filled in a hurry, whose page faults would all fall into the hurry. The contents stay
+// zero.
+void PrefaultLazyBuffer(char* p, size_t size);
+
 #endif

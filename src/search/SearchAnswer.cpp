@@ -2,53 +2,64 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <map>
 #include <memory>
 #include <string>
 
 #include "search/SearchConfigXml.h"
 #include "search/SearchLog.h"
+#include "xml/ParsedBody.h"
 #include "xml/XmlParse.h"
 #include "xml/xmlutil.h"
 
 namespace {
-typedef std::map<std::string, std::string> TextMap;
-
-// The body element of a message ("<body>...</body>") as a new text; null (logged) when
-// there is none.
-std::unique_ptr<char[]> BodyOf(const char* msg) {
-  char* body = nullptr;
-  if (GetMessageXMLBody(msg, &body) != 0 || !body) {
-    SearchLog(1, "body is null\n");
-    return nullptr;
-  }
-  return std::unique_ptr<char[]>(body);
-}
-
 bool ParseBody(TiXmlDocument& doc, const char* body) {
   if (ParseXmlText(doc, body) == XML_PARSE_OK && doc.RootElement()) return true;
   SearchLog(0, "[CSearchIPC] Invalid message, xml format error:\n%s\n", body);
   return false;
 }
 
-void Take(const TextMap& m, const char* key, char* dst, size_t size) {
-  TextMap::const_iterator it = m.find(key);
-  if (it != m.end()) CopyText(dst, size, it->second.c_str());
+// The body of a message: the element of its whole parse when that reads exactly as the
+// cut-out body would (no second parse), else the cut-out body parsed into `own`. Null,
+// with the log lines of a missing or unreadable body, when there is none to read.
+const TiXmlElement* BodyRoot(const char* msg, const TiXmlDocument* parsed, TiXmlDocument& own) {
+  if (parsed)
+    if (const TiXmlElement* body = ReusableBodyElement(msg, *parsed)) return body;
+  char* text = nullptr;
+  if (GetMessageXMLBody(msg, &text) != 0 || !text) {
+    SearchLog(1, "body is null\n");
+    return nullptr;
+  }
+  std::unique_ptr<char[]> body(text);
+  if (ParseBody(own, body.get())) return own.RootElement();
+  SearchLog(0, "[CSearchIPC]serial number not found, msg=%s \n", msg);
+  return nullptr;
+}
+
+// The text of the first child element named `name`, or null when there is none (of
+// duplicate names the first counts).
+const char* ChildText(const TiXmlElement* parent, const char* name) {
+  const TiXmlElement* c = parent->FirstChildElement(name);
+  return c ? GetNodeValue(c, nullptr) : nullptr;
+}
+
+void TakeModel(__NetSDK_IPC_ENTRYV2* e, const TiXmlElement* info) {
+  const char* model = ChildText(info, "productModel");
+  if (!model) model = ChildText(info, "product_model_ext");
+  if (!model) {
+    // An empty deviceType names product_model instead; no deviceType leaves the model empty.
+    const char* type = ChildText(info, "deviceType");
+    model = type && !*type ? ChildText(info, "product_model") : type;
+  }
+  if (model) CopyText(e->szProductModel, sizeof(e->szProductModel), model);
 }
 
 void ReadVersionInfo(__NetSDK_IPC_ENTRYV2* e, const TiXmlElement* info) {
-  TextMap m;
-  for (const TiXmlElement* c = info->FirstChildElement(); c; c = c->NextSiblingElement())
-    m.insert(TextMap::value_type(c->Value(), GetNodeValue(c, nullptr)));
-  const size_t model = sizeof(e->szProductModel);
-  if (m.count("productModel")) Take(m, "productModel", e->szProductModel, model);
-  else if (m.count("product_model_ext")) Take(m, "product_model_ext", e->szProductModel, model);
-  else if (m.count("deviceType") && !m["deviceType"].empty()) Take(m, "deviceType", e->szProductModel, model);
-  else if (m.count("deviceType")) Take(m, "product_model", e->szProductModel, model);
-  if (m.count("firmwareVersion")) Take(m, "firmwareVersion", e->szFirmwareVersion, sizeof(e->szFirmwareVersion));
-  else Take(m, "firmwaveVersion", e->szFirmwareVersion, sizeof(e->szFirmwareVersion));
-  Take(m, "UID", e->szUID, sizeof(e->szUID));
-  Take(m, "sdkPlatform", e->szSdkPlatform, sizeof(e->szSdkPlatform));
+  TakeModel(e, info);
+  const char* firmware = ChildText(info, "firmwareVersion");
+  if (!firmware) firmware = ChildText(info, "firmwaveVersion");
+  if (firmware) CopyText(e->szFirmwareVersion, sizeof(e->szFirmwareVersion), firmware);
+  if (const char* uid = ChildText(info, "UID")) CopyText(e->szUID, sizeof(e->szUID), uid);
+  if (const char* sdk = ChildText(info, "sdkPlatform")) CopyText(e->szSdkPlatform, sizeof(e->szSdkPlatform), sdk);
 }
 
 void ReadDeviceParam(__NetSDK_IPC_ENTRYV2* e, const TiXmlElement* root) {
@@ -142,17 +153,12 @@ bool IsKeptDeviceType(const __NetSDK_IPC_ENTRYV2& e) {
   return std::strstr(type, "IPC") || std::strstr(type, "NVR");
 }
 
-int ParseSearchAnswer(const char* msg, __NetSDK_IPC_ENTRYV2* e) {
+int ParseSearchAnswer(const char* msg, __NetSDK_IPC_ENTRYV2* e, const TiXmlDocument* parsed) {
   InitIpcEntry(e);
-  std::unique_ptr<char[]> body = BodyOf(msg);
-  if (!body) return -3;
-  // One parse serves every reader: they all read the same body text.
-  TiXmlDocument doc;
-  if (!ParseBody(doc, body.get())) {
-    SearchLog(0, "[CSearchIPC]serial number not found, msg=%s \n", msg);
-    return -3;
-  }
-  const TiXmlElement* root = doc.RootElement();
+  // One parse serves every reader: they all read the same body.
+  TiXmlDocument own;
+  const TiXmlElement* root = BodyRoot(msg, parsed, own);
+  if (!root) return -3;
   ReadDeviceParam(e, root);
   if (!IsKeptDeviceType(*e)) {
     SearchLog(0, "[CSearchIPC] Found one device not NVS or DVS or DEC or DVR, type=%s, sn=%s\n",
@@ -165,16 +171,12 @@ int ParseSearchAnswer(const char* msg, __NetSDK_IPC_ENTRYV2* e) {
   return 0;
 }
 
-int GetDeviceUID_TOKEN(char* uid, char* token, const char* msg) {
+int GetDeviceUID_TOKEN(char* uid, char* token, const char* msg, const TiXmlDocument* parsed) {
   uid[0] = token[0] = '\0';
-  std::unique_ptr<char[]> body = BodyOf(msg);
-  if (!body) return -3;
-  TiXmlDocument doc;
-  if (!ParseBody(doc, body.get())) {
-    SearchLog(0, "[CSearchIPC]serial number not found, msg=%s \n", msg);
-    return -3;
-  }
-  for (const TiXmlElement* c = doc.RootElement()->FirstChildElement(); c; c = c->NextSiblingElement()) {
+  TiXmlDocument own;
+  const TiXmlElement* root = BodyRoot(msg, parsed, own);
+  if (!root) return -3;
+  for (const TiXmlElement* c = root->FirstChildElement(); c; c = c->NextSiblingElement()) {
     if (std::strcmp(c->Value(), "UID") == 0) CopyText(uid, 32, GetNodeValue(c, nullptr));
     if (std::strcmp(c->Value(), "token") == 0) CopyText(token, 32, GetNodeValue(c, nullptr));
   }

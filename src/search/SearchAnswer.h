@@ -4,6 +4,8 @@
 #ifndef QXNET_SEARCH_SEARCHANSWER_H
 #define QXNET_SEARCH_SEARCHANSWER_H
 
+#include <tinyxml.h>
+
 #include "QXNetSDK.h"
 
 enum { kIpcEntryMagic = 0x01020304, kIpcEntryVersion = 1001 };
@@ -24,11 +26,14 @@ bool IsKeptDeviceType(const __NetSDK_IPC_ENTRYV2& entry);
 
 // Reads a whole search-answer datagram into `entry` (which this initialises). 0 when the
 // record is to be stored or compared; -3 (logged) when the answer is dropped: no body,
-// unreadable body, or a device type that is not kept.
-int ParseSearchAnswer(const char* msg, __NetSDK_IPC_ENTRYV2* entry);
+// unreadable body, or a device type that is not kept. `parsed`, when given, is the whole
+// datagram's successful parse (the head reader's): its body element is read instead of
+// parsing the body again wherever that reads alike (ReusableBodyElement); the record,
+// result and log lines are the same either way.
+int ParseSearchAnswer(const char* msg, __NetSDK_IPC_ENTRYV2* entry, const TiXmlDocument* parsed = nullptr);
 
 // The UID (cut to 31 characters) and token (cut to 31) of a modify or restore answer
-// datagram; 0, or -3 (logged) without a readable body.
-int GetDeviceUID_TOKEN(char* uid, char* token, const char* msg);
+// datagram; 0, or -3 (logged) without a readable body. `parsed` as above.
+int GetDeviceUID_TOKEN(char* uid, char* token, const char* msg, const TiXmlDocument* parsed = nullptr);
 
 #endif

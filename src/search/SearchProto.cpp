@@ -27,8 +27,7 @@ const char kBodyVendor[] =
 
 // Copies the head's type, cmd and result; false when the text does not parse or has no
 // head under its root.
-bool ReadHead(const char* text, SearchHead* head) {
-  TiXmlDocument doc;
+bool ReadHead(const char* text, SearchHead* head, TiXmlDocument& doc) {
   bool parsed = ParseXmlText(doc, text) == XML_PARSE_OK;
   if (!parsed) SearchLog(0, "[CSearchIPC] Invalid message, xml format error:\n%s\n", text);
   TiXmlElement* root = doc.RootElement();
@@ -65,6 +64,11 @@ int FormatSearchRequest(char* out, size_t size, int cmd, const char* body, const
 }
 
 SearchDatagramKind ClassifySearchDatagram(const char* text, SearchHead* head) {
+  TiXmlDocument doc;
+  return ClassifySearchDatagram(text, head, &doc);
+}
+
+SearchDatagramKind ClassifySearchDatagram(const char* text, SearchHead* head, TiXmlDocument* doc) {
   head->type[0] = head->cmd[0] = head->result[0] = '\0';
   bool envelope = true;
   if (!std::strstr(text, "<PrivateProto>")) {
@@ -74,7 +78,7 @@ SearchDatagramKind ClassifySearchDatagram(const char* text, SearchHead* head) {
     SearchLog(0, "[CSearchIPC] Invalid message, </PrivateProto> not found:\n%s\n", text);
     envelope = false;
   }
-  if (!envelope || !ReadHead(text, head) || !head->type[0] || !head->cmd[0] || !head->result[0]) {
+  if (!envelope || !ReadHead(text, head, *doc) || !head->type[0] || !head->cmd[0] || !head->result[0]) {
     SearchLog(0, "[CSearchIPC] get message header faile.recv message: %s\n", text);
     return SEARCH_DG_DROPPED;
   }

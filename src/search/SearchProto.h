@@ -5,6 +5,8 @@
 
 #include <cstddef>
 
+class TiXmlDocument;
+
 enum {
   kSearchMsgSize = 20480,     // one request or one received datagram
   kSearchHeadField = 256,     // type, cmd and result of a received head
@@ -46,5 +48,8 @@ enum SearchDatagramKind {
 // Field copies are cut to kSearchHeadField - 1 characters. Logs the texts of the receive
 // step for dropped and other datagrams.
 SearchDatagramKind ClassifySearchDatagram(const char* text, SearchHead* head);
+// The same, keeping the parsed text in `doc` (an empty document) for the readers of the
+// answer; for a datagram not dropped, `doc` holds a parse that succeeded.
+SearchDatagramKind ClassifySearchDatagram(const char* text, SearchHead* head, TiXmlDocument* doc);
 
 #endif

@@ -59,8 +59,7 @@ int CSearchTable::Store(const __NetSDK_IPC_ENTRYV2& fresh) {
     SearchLog(0, "[CSearchIPC] found new entry, but ipc count exceed %d\n", static_cast<int>(kMaxDevices));
     return -3;
   }
-  if (!m_records && !(m_records = reinterpret_cast<__NetSDK_IPC_ENTRYV2*>(AllocLazyBuffer(kRecordsBytes))))
-    return -3;  // no memory for the table: the answer is dropped
+  if (!Reserve()) return -3;  // no memory for the table: the answer is dropped
   SearchLog(0, "[CSearchIPC] found new device, IP=[%s]\n", fresh.lanCfg.szIP);
   int index = m_count;
   m_list[index] = &m_records[index];
@@ -71,7 +70,17 @@ int CSearchTable::Store(const __NetSDK_IPC_ENTRYV2& fresh) {
   return 0;
 }
 
-int CSearchTable::HandleSearchAnswer(const char* msg, int len) {
+bool CSearchTable::Reserve() {
+  CAutoLocker hold(m_lock);
+  if (m_records) return true;
+  char* records = AllocLazyBuffer(kRecordsBytes);
+  if (!records) return false;
+  PrefaultLazyBuffer(records, kRecordsBytes);
+  m_records = reinterpret_cast<__NetSDK_IPC_ENTRYV2*>(records);
+  return true;
+}
+
+int CSearchTable::HandleSearchAnswer(const char* msg, int len, const TiXmlDocument* parsed) {
   SearchLog(0, "[CSearchIPC] ResponseMessageHandle=%s\n", msg ? msg : "(null)");
   if (!msg) {
     SearchLog(0, "[CSearchIPC] Input msg is null \n");
@@ -82,11 +91,12 @@ int CSearchTable::HandleSearchAnswer(const char* msg, int len) {
     return -2;
   }
   __NetSDK_IPC_ENTRYV2 fresh;  // the worker's stack has room; no heap block per answer
-  if (ParseSearchAnswer(msg, &fresh) != 0) return -3;
+  if (ParseSearchAnswer(msg, &fresh, parsed) != 0) return -3;
   return Store(fresh);
 }
 
-int CSearchTable::HandleSetupAnswer(const char* msg, int len, int msgcode, const char* msgflag) {
+int CSearchTable::HandleSetupAnswer(const char* msg, int len, int msgcode, const char* msgflag,
+                                    const TiXmlDocument* parsed) {
   SearchLog(0, "[CSearchIPC] ResponseMessageHandleMsgCode=%s, msgcode = %d, msgflag = %s\n", msg ? msg : "(null)",
             msgcode, msgflag ? msgflag : "");
   if (!msg) {
@@ -98,7 +108,7 @@ int CSearchTable::HandleSetupAnswer(const char* msg, int len, int msgcode, const
     return -2;
   }
   char uid[32], token[32];
-  if (GetDeviceUID_TOKEN(uid, token, msg) != 0) return -3;
+  if (GetDeviceUID_TOKEN(uid, token, msg, parsed) != 0) return -3;
   CAutoLocker hold(m_lock);
   long slot = Find(uid);
   if (slot < 0) return -3;

@@ -9,6 +9,8 @@
 
 #include <atomic>
 
+#include <tinyxml.h>
+
 #include "QXNetSDK.h"
 #include "base/Locker.h"
 #include "search/SearchUidIndex.h"
@@ -30,9 +32,17 @@ class CSearchTable {
   fSearchDevStatusCallBack Callback() const { return m_fCallBack; }
   void* CallbackUser() const { return m_pUser; }
   // ResponseMessageHandle: 0 new device added; -1 null msg; -2 negative len; -3 otherwise.
-  int HandleSearchAnswer(const char* msg, int len);
+  // `parsed`: the whole message's successful parse, when the caller has one (see
+  // ParseSearchAnswer); it spares the body's second parse.
+  int HandleSearchAnswer(const char* msg, int len, const TiXmlDocument* parsed = nullptr);
   // ResponseMessageHandleMsgCode for cmd 30004 / 30006 with the head's result text.
-  int HandleSetupAnswer(const char* msg, int len, int msgcode, const char* msgflag);
+  int HandleSetupAnswer(const char* msg, int len, int msgcode, const char* msgflag,
+                        const TiXmlDocument* parsed = nullptr);
+
+  // Maps the records and makes their pages resident now, if not done yet: the search worker
+  // does it before its first request, so that a burst of answers from new devices pays no
+  // page faults. False when there is no memory for them.
+  bool Reserve();
 
   int Count() const { return m_count; }
   int GetIPCInfo(long index, __NetSDK_IPC_ENTRYV2* out);
@@ -57,10 +67,11 @@ class CSearchTable {
   std::atomic<int> m_count;
   std::atomic<fSearchDevStatusCallBack> m_fCallBack;
   std::atomic<void*> m_pUser;
-  // The records behind m_list: slot i's is m_records[i]. One mapping, made for the first
-  // device and released by Clear, whose pages become resident as slots are filled: a heap
-  // block of 4,784 bytes per answer made the allocator merge its freed small blocks every
-  // time, which cost more than reading the answer.
+  // The records behind m_list: slot i's is m_records[i]. One mapping of fixed size, made
+  // resident at once by Reserve (at the start of a search, else for the first device) and
+  // released by Clear: a heap block of 4,784 bytes per answer made the allocator merge its
+  // freed small blocks every time, and a page fault per new device cost about as much as
+  // reading its answer.
   __NetSDK_IPC_ENTRYV2* m_records;
   CSearchUidIndex m_index;
 };

@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <tinyxml.h>
+
 #include "base/SDKSocket.h"
 #include "base/SDKThread.h"
 #include "base/UdpSocket.h"
@@ -138,14 +140,16 @@ int CSearchIPC::ReceiveData(bool socketReadable) {
   return HandleDatagram(d.text, d.len);
 }
 
+// The head reader's parse goes on to the answer's readers: the text is parsed once.
 int CSearchIPC::HandleDatagram(const char* text, int len) {
   SearchHead head;
-  switch (ClassifySearchDatagram(text, &head)) {
+  TiXmlDocument doc;
+  switch (ClassifySearchDatagram(text, &head, &doc)) {
     case SEARCH_DG_SEARCH_ANSWER:
-      m_table.HandleSearchAnswer(text, len);
+      m_table.HandleSearchAnswer(text, len, &doc);
       break;
     case SEARCH_DG_SETUP_ANSWER:
-      m_table.HandleSetupAnswer(text, len, std::atoi(head.cmd), head.result);
+      m_table.HandleSetupAnswer(text, len, std::atoi(head.cmd), head.result, &doc);
       break;
     default:
       break;
@@ -176,6 +180,7 @@ int CSearchIPC::Select(int timeoutMs) {
 // queue; while datagrams wait in the queue the pass does not block.
 int CSearchIPC::ThreadProc() {
   CResendSchedule resend;
+  m_table.Reserve();  // before the first request: its answers then fill resident pages
   while (m_bRunning) {
     if (m_iSock < 0) {
       m_rxq.Clear();  // they went with the socket

@@ -2,5 +2,6 @@ list(APPEND QXNET_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/XmlParse.cpp
   ${CMAKE_CURRENT_LIST_DIR}/XmlPath.cpp
   ${CMAKE_CURRENT_LIST_DIR}/xmlutil.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/ParsedBody.cpp
   ${CMAKE_CURRENT_LIST_DIR}/AlarmParse.cpp
   ${CMAKE_CURRENT_LIST_DIR}/PayloadReaders.cpp)

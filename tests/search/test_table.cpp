@@ -1,12 +1,16 @@
 // The found-device table: what a search answer fills, the type filter, identity by UID,
 // callback codes, reads by index and as XML.
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <cstddef>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "base/LazyBuffer.h"
 #include "search/SearchAnswer.h"
 #include "search/SearchConfigXml.h"
 #include "search/SearchTable.h"
@@ -372,4 +376,53 @@ TEST(SearchTable, EveryOneOfAThousandFindsItsOwnSlot) {
   t.Clear();
   EXPECT_EQ(Feed(t, Answer(dev(500, 554))), 0);
   EXPECT_EQ(r.Events().back().index, 0);
+}
+
+namespace {
+// Resident pages of [p, p + size), page-aligned p.
+size_t ResidentPages(const void* p, size_t size) {
+  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  std::vector<unsigned char> v((size + page - 1) / page);
+  if (mincore(const_cast<void*>(p), size, v.data()) != 0) return 0;
+  size_t n = 0;
+  for (unsigned char c : v) n += c & 1;
+  return n;
+}
+const size_t kRecordsBytes = sizeof(__NetSDK_IPC_ENTRYV2) * CSearchTable::kMaxDevices;
+}  // namespace
+
+TEST(SearchTableMemory, PrefaultMakesEveryPageResidentAndLeavesZeros) {
+  const size_t size = 1 << 20;
+  char* p = AllocLazyBuffer(size);
+  ASSERT_NE(p, nullptr);
+  EXPECT_EQ(ResidentPages(p, size), 0u);
+  PrefaultLazyBuffer(p, size);
+  EXPECT_EQ(ResidentPages(p, size), size / static_cast<size_t>(sysconf(_SC_PAGESIZE)));
+  bool zero = true;
+  for (size_t i = 0; i < size; ++i) zero = zero && p[i] == 0;
+  EXPECT_TRUE(zero);
+  FreeLazyBuffer(p, size);
+}
+
+// The first answer after Reserve lands in a table whose every record page is resident, so
+// the rest of the burst meets no page fault; Clear gives the memory back.
+TEST(SearchTableMemory, ReserveMakesTheWholeTableResidentBeforeTheFirstDevice) {
+  CSearchTable t;
+  ASSERT_TRUE(t.Reserve());
+  ASSERT_EQ(Feed(t, Answer(Device())), 0);
+  const void* records = t.Slot(0);
+  ASSERT_NE(records, nullptr);
+  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  const size_t pages = (kRecordsBytes + page - 1) / page;
+  EXPECT_EQ(ResidentPages(records, kRecordsBytes), pages);
+  __NetSDK_IPC_ENTRYV2 e;
+  ASSERT_EQ(t.GetIPCInfo(0, &e), 0);
+  EXPECT_STREQ(e.szUID, "UID0001");
+  t.Clear();
+  EXPECT_EQ(t.Slot(0), nullptr);
+  EXPECT_EQ(t.Count(), 0);
+  // Without an earlier Reserve the first device reserves the table itself.
+  ASSERT_EQ(Feed(t, Answer(Device())), 0);
+  ASSERT_NE(t.Slot(0), nullptr);
+  EXPECT_EQ(ResidentPages(t.Slot(0), kRecordsBytes), pages);
 }
