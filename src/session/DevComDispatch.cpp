@@ -6,6 +6,7 @@
 #include "base/SDKLog.h"
 #include "session/DevComControl.h"
 #include "session/MediaEnvelope.h"
+#include "session/PlainEnvelope.h"
 #include "xml/xmlutil.h"
 #include "session/Protocol.h"
 
@@ -17,6 +18,17 @@ struct BodyHolder {
   bool Take(const char* msg) { return GetMessageBody(msg, &p) == 0 && p; }
   const char* OrEmpty() const { return p ? p : ""; }
 };
+
+// The head of a received text into three 256-byte buffers, as GetMessageHeader reads it.
+// An envelope with an empty body (the heartbeat answer) is read without the XML parser.
+int ReadHead(const char* msg, size_t size, char* type, char* cmd, char* result) {
+  PlainEnvelope plain;
+  if (!ReadPlainEnvelope(msg, size, &plain)) return GetMessageHeader(msg, type, 256, cmd, 256, result, 256);
+  std::memcpy(type, plain.type, sizeof(plain.type));
+  std::memcpy(cmd, plain.cmd, sizeof(plain.cmd));
+  std::memcpy(result, plain.result, sizeof(plain.result));
+  return 0;
+}
 }  // namespace
 
 void CDevComControl::PostAux(const char* cmd, const char* result, const char* body) {
@@ -50,7 +62,8 @@ void CDevComControl::ParserRecvData() {
   }
   char type[256], cmd[256], result[256];
   type[0] = cmd[0] = result[0] = 0;
-  int rc = GetMessageHeader(msg, type, sizeof(type), cmd, sizeof(cmd), result, sizeof(result));
+  static_assert(sizeof(type) == 256 && sizeof(cmd) == 256 && sizeof(result) == 256, "ReadHead fills 256 bytes");
+  int rc = ReadHead(msg, m_nRecvLen + 1, type, cmd, result);
   // Media comes many times a second and is never logged here.
   if (!proto::IsType(type, proto::kTypeMedia))
     mlogLevel(3, "-----szMsgType = %s,szMsgCode = %s,m_pRecvBuf = %s dev=%s \n", type, cmd, msg, m_szDevAddr);

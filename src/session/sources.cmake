@@ -12,4 +12,5 @@ list(APPEND QXNET_SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/DevComDownload.cpp
   ${CMAKE_CURRENT_LIST_DIR}/DevComRecord.cpp
   ${CMAKE_CURRENT_LIST_DIR}/DevComMedia.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/MediaEnvelope.cpp)
+  ${CMAKE_CURRENT_LIST_DIR}/MediaEnvelope.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/PlainEnvelope.cpp)

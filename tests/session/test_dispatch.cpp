@@ -41,6 +41,32 @@ TEST_F(Dispatch, HeartbeatAnswerWithEmptyBodyIsEvent79WithEmptyText) {
   EXPECT_TRUE(Capture::Get().Auxes().empty());
 }
 
+// The answer as devices send it ("<body>" and "</body>" on lines of their own) and with a
+// self-closed body: the forms read without the XML parser route as before.
+TEST_F(Dispatch, HeartbeatAnswerInTheUsualFormsIsEvent79WithItsBodyText) {
+  Feed(Msg("30000", "35001", "0", "<body>\n</body>"));
+  Feed(Msg("30000", "35001", "0", "<body/>"));
+  auto ev = Capture::Get().Events();
+  ASSERT_EQ(ev.size(), 2u);
+  EXPECT_EQ(ev[0].code, 79);
+  EXPECT_EQ(ev[0].text, "\n");
+  EXPECT_EQ(ev[1].code, 79);
+  EXPECT_EQ(ev[1].text, "null");
+  EXPECT_TRUE(Capture::Get().Auxes().empty());
+}
+
+TEST_F(Dispatch, EmptyBodyAnswersOfOtherFamiliesRouteByTheirHead) {
+  Feed(Msg("40000", "40011", "-3", "<body>\n</body>"));
+  Feed(Msg("10000", "14012", "2", "<body/>"));
+  auto aux = Capture::Get().Auxes();
+  ASSERT_EQ(aux.size(), 1u);
+  EXPECT_EQ(aux[0].code, static_cast<long>(static_cast<int32_t>(40011u + (0xFFFFFFFDu << 24))));
+  EXPECT_EQ(aux[0].body, "\n");
+  auto ev = Capture::Get().Events();
+  ASSERT_EQ(ev.size(), 1u);
+  EXPECT_EQ(ev[0].code, 2);
+}
+
 TEST_F(Dispatch, OtherType30000MessageIsEvent79WithItsBody) {
   Feed(Msg("30000", "35010", "0", "<body><x>1</x></body>"));
   auto ev = Capture::Get().Events();
