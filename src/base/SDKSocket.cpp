@@ -144,19 +144,30 @@ long SocketSendNoWait(int sock, const void* data, unsigned long len) {
   return static_cast<long>(n);
 }
 
-long SocketSendPairNoWait(int sock, const void* a, unsigned long alen, const void* b, unsigned long blen) {
+namespace {
+// A message of two pieces, a then b, for sendmsg and recvmsg.
+struct PairMessage {
+  PairMessage(void* a, unsigned long alen, void* b, unsigned long blen) {
+    iov[0].iov_base = a;
+    iov[0].iov_len = alen;
+    iov[1].iov_base = b;
+    iov[1].iov_len = blen;
+    std::memset(&msg, 0, sizeof(msg));
+    msg.msg_iov = iov;
+    msg.msg_iovlen = 2;
+  }
+  PairMessage(const PairMessage&) = delete;  // msg points into this object's iov
+  PairMessage& operator=(const PairMessage&) = delete;
   struct iovec iov[2];
-  iov[0].iov_base = const_cast<void*>(a);
-  iov[0].iov_len = alen;
-  iov[1].iov_base = const_cast<void*>(b);
-  iov[1].iov_len = blen;
   struct msghdr msg;
-  std::memset(&msg, 0, sizeof(msg));
-  msg.msg_iov = iov;
-  msg.msg_iovlen = 2;
+};
+}  // namespace
+
+long SocketSendPairNoWait(int sock, const void* a, unsigned long alen, const void* b, unsigned long blen) {
+  PairMessage pair(const_cast<void*>(a), alen, const_cast<void*>(b), blen);
   ssize_t n;
   do {
-    n = sendmsg(sock, &msg, MSG_NOSIGNAL | MSG_DONTWAIT);
+    n = sendmsg(sock, &pair.msg, MSG_NOSIGNAL | MSG_DONTWAIT);
   } while (n < 0 && errno == EINTR);
   return static_cast<long>(n);
 }
@@ -170,18 +181,10 @@ long SocketRecvNoWait(int sock, void* data, unsigned long len) {
 }
 
 long SocketRecvPairNoWait(int sock, void* a, unsigned long alen, void* b, unsigned long blen) {
-  struct iovec iov[2];
-  iov[0].iov_base = a;
-  iov[0].iov_len = alen;
-  iov[1].iov_base = b;
-  iov[1].iov_len = blen;
-  struct msghdr msg;
-  std::memset(&msg, 0, sizeof(msg));
-  msg.msg_iov = iov;
-  msg.msg_iovlen = 2;
+  PairMessage pair(a, alen, b, blen);
   ssize_t n;
   do {
-    n = recvmsg(sock, &msg, MSG_DONTWAIT);
+    n = recvmsg(sock, &pair.msg, MSG_DONTWAIT);
   } while (n < 0 && errno == EINTR);
   return static_cast<long>(n);
 }
