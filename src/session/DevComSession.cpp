@@ -100,6 +100,10 @@ CDevComControl::~CDevComControl() {
     FreeLazyBuffer(m_pRecvBuf, QXNET_RECV_BUF_SIZE);
     FreeLazyBuffer(m_pWorkBuf, QXNET_WORK_BUF_SIZE);
   }
+  // The worker has ended (a block whose thread could not be joined was released above),
+  // so nothing uses the block: the next logout unmaps it while it waits for its worker.
+  m_pRecvBuf = m_pWorkBuf = nullptr;
+  m_block.Park();
   pthread_mutex_destroy(&m_sendLock);
   pthread_mutex_destroy(&m_opLock);
 }
@@ -172,6 +176,9 @@ void CDevComControl::RequestStop() {
 
 int CDevComControl::LogoutDev() {
   RequestStop();
+  // The worker now closes with the device, a round trip this thread only waits for: the
+  // block a previous logout left parked is unmapped in that time instead of on its own.
+  CSessionBlock::ReleaseParked();
   if (m_worker.valid) {
     // The join is the wait (the worker marks its exit before it returns): one wake-up of
     // the caller instead of two, and the worker's stack may be unmapped right after.

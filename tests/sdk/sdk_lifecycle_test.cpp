@@ -9,6 +9,7 @@
 #include "QXNetSDK.h"
 #include "base/FuncLog.h"
 #include "base/SDKSocket.h"
+#include "base/SessionBlock.h"
 #include "sdk/NetSDKFunc.h"
 #include "sdk/QXNetSDKInternal.h"
 #include "sdk_log_capture.h"
@@ -148,6 +149,19 @@ TEST_F(Lifecycle, FreeTearsDownAndIsSafeWhenNotInitialised) {
   fLog(0, "after free");
   EXPECT_EQ(sdktest::LogLines().size(), 0u);
   EXPECT_EQ(QXNet_LogOutDev(id), QXNET_E_NOT_INIT);
+}
+
+// A logout leaves its session's memory parked for the next logout to unmap; QXNet_Free
+// unmaps whatever is left, so a freed library holds no session memory.
+TEST_F(Lifecycle, FreeLeavesNoSessionMemoryParked) {
+  ASSERT_EQ(QXNet_init(), 0);
+  long a = QXNet_LoginDev(const_cast<char*>("127.0.0.1"), 8000, nullptr, nullptr, 1);
+  long b = QXNet_LoginDev(const_cast<char*>("127.0.0.1"), 8001, nullptr, nullptr, 1);
+  ASSERT_NE(a, 0);
+  ASSERT_NE(b, 0);
+  EXPECT_EQ(QXNet_LogOutDev(a), 0);
+  EXPECT_EQ(QXNet_Free(), 0);
+  EXPECT_FALSE(CSessionBlock::ReleaseParked()) << "a session's block outlived QXNet_Free";
 }
 
 TEST_F(Lifecycle, InitExAfterInitChangesNothing) {
