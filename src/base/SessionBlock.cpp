@@ -82,36 +82,30 @@ void CSessionBlock::Free() {
   Release();
 }
 
-void CSessionBlock::Park() {
-  if (!m_base) return;
+// Puts base/size in the parking place and unmaps what was parked there before (if any);
+// true when something was.
+static bool SwapParked(char* base, size_t size) {
+  ParkedMapping& p = Parked();
   char* oldBase;
   size_t oldSize;
   {
-    ParkedMapping& p = Parked();
     std::lock_guard<std::mutex> guard(p.lock);
     oldBase = p.base;
     oldSize = p.size;
-    p.base = m_base;
-    p.size = m_size;
+    p.base = base;
+    p.size = size;
   }
   if (oldBase) munmap(oldBase, oldSize);
+  return oldBase != nullptr;
+}
+
+void CSessionBlock::Park() {
+  if (!m_base) return;
+  SwapParked(m_base, m_size);
   Release();
 }
 
-bool CSessionBlock::ReleaseParked() {
-  char* base;
-  size_t size;
-  {
-    ParkedMapping& p = Parked();
-    std::lock_guard<std::mutex> guard(p.lock);
-    base = p.base;
-    size = p.size;
-    p.base = nullptr;
-    p.size = 0;
-  }
-  if (base) munmap(base, size);
-  return base != nullptr;
-}
+bool CSessionBlock::ReleaseParked() { return SwapParked(nullptr, 0); }
 
 void CSessionBlock::Release() {
   m_base = m_stack = m_recv = m_work = m_ahead = nullptr;
