@@ -152,7 +152,7 @@ TEST_F(Lifecycle, FreeTearsDownAndIsSafeWhenNotInitialised) {
 }
 
 // A logout leaves its session's memory parked for the next logout to unmap; QXNet_Free
-// unmaps whatever is left, so a freed library holds no session memory.
+// unmaps whatever is left (here the second session's), so a freed library holds none.
 TEST_F(Lifecycle, FreeLeavesNoSessionMemoryParked) {
   ASSERT_EQ(QXNet_init(), 0);
   long a = QXNet_LoginDev(const_cast<char*>("127.0.0.1"), 8000, nullptr, nullptr, 1);
@@ -160,6 +160,8 @@ TEST_F(Lifecycle, FreeLeavesNoSessionMemoryParked) {
   ASSERT_NE(a, 0);
   ASSERT_NE(b, 0);
   EXPECT_EQ(QXNet_LogOutDev(a), 0);
+  // The logout parked the freed session's block rather than unmapping it (released here).
+  EXPECT_TRUE(CSessionBlock::ReleaseParked()) << "a logout should leave its session's block parked";
   EXPECT_EQ(QXNet_Free(), 0);
   EXPECT_FALSE(CSessionBlock::ReleaseParked()) << "a session's block outlived QXNet_Free";
 }
