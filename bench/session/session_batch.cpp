@@ -140,6 +140,9 @@ BatchResult RunBatch(qxtest::DevSim& sim, long n, double idleSeconds, double aut
   std::fprintf(stderr, "bench_sessions: N=%ld: logged out one by one in %.2f s; second batch\n", n,
                r.logoutSeconds);
   SecondBatchThenFree(sim, r, authTimeout);
+  std::fprintf(stderr, "bench_sessions: N=%ld: the bare floor of the idle wait, %.0f s\n", n, idleSeconds);
+  r.floor = RunIdleFloor(sim.port(), n, idleSeconds);
+  sim.waitConnectionsAtMost(0, 30000);
   return r;
 }
 

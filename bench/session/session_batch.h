@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "devsim_client.h"
+#include "idle_floor_run.h"
 
 namespace qxbench {
 
@@ -32,6 +33,8 @@ struct BatchResult {
   double freeSeconds = 0;  // QXNet_Free with the second batch logged in
   double freeCpu = 0, freeSimCpu = -1;
   bool simEmptyAfterFree = false;
+  // The same idle wait with nothing of the library around it, N connections, same window.
+  FloorResult floor;
 };
 
 // Per-session cost seen on a few sessions, to size the run before it starts.

@@ -47,6 +47,13 @@ void PrintSessionTable(const std::vector<BatchResult>& rs, FILE* out) {
   Row(out, "  simulator child in the same window (%)", "", rs, [](const BatchResult& r) {
     return r.simIdleCpuPct < 0 ? std::string("-") : Fmt("%.2f", r.simIdleCpuPct);
   });
+  Row(out, "  bare floor of the same wait, N threads (%)", "", rs, [](const BatchResult& r) {
+    if (!r.floor.ran) return std::string("-");
+    return Fmt("%.2f", r.floor.cpuPct) + (r.floor.ready == r.n ? "" : " (not all ready)");
+  });
+  Row(out, "  library / floor", "", rs, [](const BatchResult& r) {
+    return r.floor.ran && r.floor.cpuPct > 0 ? Fmt("%.2f", r.idleCpuPct / r.floor.cpuPct) : std::string("-");
+  });
   Row(out, "idle window (s)", "", rs, [](const BatchResult& r) { return Fmt("%.1f", r.idleSeconds); });
   Row(out, "heartbeats answered in the window", "", rs,
       [](const BatchResult& r) { return Fmt("%.0f", static_cast<double>(r.heartbeats)); });
