@@ -86,15 +86,22 @@ int WritePrefix(char* line) {
 }  // namespace
 
 int CFCLog::BuildLine(char* line, const char* format, va_list args) {
+  return BuildLineIn(line, QXNET_LOG_LINE_SIZE, format, args);
+}
+
+int CFCLog::BuildLineIn(char* line, int size, const char* format, va_list args) {
+  // Only the written part of the line is touched: its last byte is set below when the
+  // text reaches it. An untouched tail is an untouched stack page for an idle session.
   line[0] = 0;
-  line[QXNET_LOG_LINE_SIZE - 1] = 0;
   int p = WritePrefix(line);
   if (p < 0) return -100;
   // Room for 4095 - p message characters, so that the whole line with its terminating
   // zero fills the 4096 bytes when the message is too long.
-  int m = std::vsnprintf(line + p, static_cast<size_t>(QXNET_LOG_LINE_SIZE - p), format, args);
-  if (m < 1 || m + 3 >= QXNET_LOG_LINE_SIZE - 1 - p) {
-    line[QXNET_LOG_LINE_SIZE - 1] = 0;
+  int m = std::vsnprintf(line + p, static_cast<size_t>(size - p), format, args);
+  bool full = m + 3 >= size - 1 - p;
+  if (m >= 1 && full && size < QXNET_LOG_LINE_SIZE) return 1;
+  if (m < 1 || full) {
+    line[size - 1] = 0;
     return 0;
   }
   if (line[p + m - 1] != '\n') {
@@ -105,10 +112,34 @@ int CFCLog::BuildLine(char* line, const char* format, va_list args) {
   return 0;
 }
 
+namespace {
+// Nearly every line fits this room. Only a longer one is built again in the full 4096
+// bytes, in a frame of its own: a session worker logs on every heartbeat, and each stack
+// page its deepest call reaches is one more page an idle session touches.
+constexpr int kShortLine = 512;
+}  // namespace
+
 int CFCLog::Out(unsigned int level, const char* format, va_list args) {
   if (((g_fLogLevel.load() >> (level % 32)) & 1u) == 0 || !m_bRunning) return 0;
+  char line[kShortLine];
+  va_list again;
+  va_copy(again, args);
+  int rc = BuildLineIn(line, kShortLine, format, args);
+  if (rc == 1)
+    rc = OutLong(level, format, again);
+  else if (rc == 0)
+    rc = Deliver(level, line);
+  va_end(again);
+  return rc;
+}
+
+__attribute__((noinline)) int CFCLog::OutLong(unsigned int level, const char* format, va_list args) {
   char line[QXNET_LOG_LINE_SIZE];
   if (BuildLine(line, format, args) != 0) return -100;
+  return Deliver(level, line);
+}
+
+int CFCLog::Deliver(unsigned int level, const char* line) {
   QXNetLogSink cb = g_fLogCallBack;
   if (cb) {
     cb(level, line);

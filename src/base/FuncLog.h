@@ -35,8 +35,14 @@ class CFCLog {
 
   // Line building without delivery (exposed for tests): fills `line` (4096 bytes).
   static int BuildLine(char* line, const char* format, va_list args);
+  // The same in `size` bytes (at most 4096): 0 the line is what BuildLine makes, 1 the
+  // text needs the whole 4096 bytes (only when size is smaller), -100 as BuildLine.
+  static int BuildLineIn(char* line, int size, const char* format, va_list args);
 
  private:
+  int OutLong(unsigned int level, const char* format, va_list args);
+  int Deliver(unsigned int level, const char* line);
+
   CFCLog(const CFCLog&) = delete;
   CFCLog& operator=(const CFCLog&) = delete;
 

@@ -222,6 +222,20 @@ TEST_F(LogTest, LineEndNeedsThreeBytesOfRoom) {
   ExpectLine(0, lf, [&] { return fLog(0, "%s", lf.c_str()); });
 }
 
+TEST_F(LogTest, LinesOfAnyLengthBelowTheCutAreWholeWithTheirArguments) {
+  // Short lines are built in a small room and longer ones again in the full 4096 bytes:
+  // every length up to the cut, around the small room's edge and well past it, comes out
+  // whole, with the arguments read again for the second build.
+  for (size_t n = 380; n <= 700; ++n) {
+    std::string body(n, 'k');
+    for (size_t i = 0; i < n; i += 37) body[i] = static_cast<char>('A' + i % 26);
+    ExpectLine(0, body + " #" + std::to_string(n) + "\r\n",
+               [&] { return fLog(0, "%s #%d", body.c_str(), static_cast<int>(n)); });
+  }
+  std::string big(3000, 'b');
+  ExpectLine(3, big + " end=9\r\n", [&] { return fLog(3, "%s end=%d", big.c_str(), 9); });
+}
+
 TEST_F(LogTest, ConcurrentCallersEachGetTheirLinesOnTheirOwnThread) {
   const int kThreads = 4, kLines = 300;
   std::vector<std::thread> threads;
