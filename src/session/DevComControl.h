@@ -117,6 +117,7 @@ class CDevComControl : private media::IDownloadHost {
   int FindFrameHeader(int sock, uint32_t start, class CFrameHeaderSearch* search);
   int CheckFrameLength(int remaining);
   int ReadFrameBytes(int sock, char* dst, uint32_t want, uint32_t deadlineStart, uint32_t* have);
+  int DropFrameBytes(int sock, uint32_t want, uint32_t deadlineStart, uint32_t* have);
   int SocketCanRead(int sock, int timeoutMs);
   int SocketCanWrite(int sock, int timeoutMs);
   int WaitForSock(int mode, int sock, uint32_t startTick, uint32_t timeoutMs);
@@ -340,12 +341,15 @@ class CDevComControl : private media::IDownloadHost {
   std::atomic<int> m_nFrontReplay;
 
   // Transfers: one struct each; the upload and the configuration-file download share the
-  // transfer slot (idle when m_nIdle is 1).
+  // transfer slot (idle when m_nIdle is 1). What the worker reads on every turn (the slot,
+  // the download's re-request state, the upload's flags at the head of its struct, the
+  // current message) lies next to the fields above, before the transfers' path buffers:
+  // an idle session's heartbeat then touches the one page of this object they share.
   std::atomic<int> m_nIdle;
-  UploadTransfer m_upload;
-  ConfigDownload m_cfgDownload;
   PortDownload m_portDownload;
   const char* m_pCurMsg;
+  UploadTransfer m_upload;
+  ConfigDownload m_cfgDownload;
 
   // Recorder state: written by requests, read by the worker.
   std::atomic<int32_t> m_nCurChannel;

@@ -18,8 +18,8 @@ class CFileRecver;
 // streamed in chunks by the worker. Read by application threads (progress, state) while
 // the worker streams, hence the atomics.
 struct UploadTransfer {
-  char path[512];          // narrow path, or
-  wchar_t widePath[512];   // the wide one of UploadFileEx
+  // The flags and counters come first and the path buffers last: the worker reads the
+  // flags on every turn, the paths only when a transfer starts.
   std::atomic<int> uploading{0};  // announced or streaming
   std::atomic<int> sending{0};    // accepted: chunks go out
   int32_t fileType = 0;
@@ -31,6 +31,8 @@ struct UploadTransfer {
   uint32_t gen = 0;
   uint32_t startTick = 0, acceptTick = 0, lastChunkTick = 0;
   FILE* file = nullptr;
+  char path[512];          // narrow path, or
+  wchar_t widePath[512];   // the wide one of UploadFileEx
 
   // Forgets everything but the generation, which moves on (the file is the caller's).
   void Reset() {
@@ -51,8 +53,8 @@ struct UploadTransfer {
 
 // Configuration-file download: the local name, and the receiver once the length is known.
 struct ConfigDownload {
-  char fileName[1024] = {0};
   CFileRecver* recver = nullptr;
+  char fileName[1024] = {0};
 };
 
 // The older port-answer download: a temporary file and timed re-requests.

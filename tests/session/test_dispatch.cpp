@@ -3,6 +3,7 @@
 
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "capture.h"
 #include "sdk/NetSDKFunc.h"
@@ -73,6 +74,28 @@ TEST_F(Dispatch, OtherType30000MessageIsEvent79WithItsBody) {
   ASSERT_EQ(ev.size(), 1u);
   EXPECT_EQ(ev[0].code, 79);
   EXPECT_EQ(ev[0].text, "<x>1</x>");
+}
+
+// Short bodies are held without the heap and long ones as cut out by GetMessageBody:
+// lengths on both sides of that line, and far past it, reach the callbacks whole.
+TEST_F(Dispatch, BodiesOfEveryLengthReachTheCallbacksWhole) {
+  std::vector<std::string> bodies;
+  for (size_t n : {0u, 1u, 100u, 126u, 127u, 128u, 129u, 200u, 5000u}) {
+    std::string b(n, 'q');
+    for (size_t i = 0; i < n; i += 7) b[i] = static_cast<char>('a' + (i / 7) % 26);
+    bodies.push_back(b);
+    Feed(Msg("30000", "35010", "0", "<body>" + b + "</body>"));
+    Feed(Msg("40000", "40011", "0", "<body>" + b + "</body>"));
+  }
+  auto ev = Capture::Get().Events();
+  auto aux = Capture::Get().Auxes();
+  ASSERT_EQ(ev.size(), bodies.size());
+  ASSERT_EQ(aux.size(), bodies.size());
+  for (size_t i = 0; i < bodies.size(); ++i) {
+    EXPECT_EQ(ev[i].code, 79);
+    EXPECT_EQ(ev[i].text, bodies[i]) << "event body of " << bodies[i].size() << " bytes";
+    EXPECT_EQ(aux[i].body, bodies[i]) << "auxiliary body of " << bodies[i].size() << " bytes";
+  }
 }
 
 TEST_F(Dispatch, CameraStatusIsEvent51) {
